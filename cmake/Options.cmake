@@ -1,0 +1,44 @@
+# What every target is compiled with.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+
+if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  message(FATAL_ERROR "Tembra Audio needs clang (Blocks): cmake --preset release sets it")
+endif()
+
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE})
+endif()
+
+# Four-character codes are written as such; the compiler warns of each otherwise.
+add_compile_options(-Wall -Wextra -Wthread-safety -Werror -Wno-four-char-constants -Wno-multichar
+                    -fblocks -fno-omit-frame-pointer)
+add_compile_definitions(_GNU_SOURCE)
+
+if(TEMBRA_SANITIZE)
+  add_compile_options(-fsanitize=${TEMBRA_SANITIZE} -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${TEMBRA_SANITIZE})
+endif()
+if(TEMBRA_COVERAGE)
+  add_compile_options(-fprofile-instr-generate -fcoverage-mapping)
+  add_link_options(-fprofile-instr-generate)
+endif()
+
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
+pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
+pkg_check_modules(SAMPLERATE REQUIRED IMPORTED_TARGET samplerate)
+pkg_check_modules(ALSA REQUIRED IMPORTED_TARGET alsa)
+find_library(BLOCKSRUNTIME BlocksRuntime REQUIRED)
