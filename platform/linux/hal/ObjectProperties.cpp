@@ -1,0 +1,162 @@
+#include "hal/ObjectProperties.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "hal/Host.h"
+
+namespace tembra::hal {
+
+AudioClassID BaseClassOf(AudioClassID inClassID) {
+  switch (inClassID) {
+    case kAudioAggregateDeviceClassID:
+    case kAudioSubDeviceClassID:
+    case kAudioEndPointDeviceClassID:
+      return kAudioDeviceClassID;
+    case kAudioTransportManagerClassID:
+      return kAudioPlugInClassID;
+    case kAudioLevelControlClassID:
+    case kAudioBooleanControlClassID:
+    case kAudioSelectorControlClassID:
+    case kAudioStereoPanControlClassID:
+    case kAudioSliderControlClassID:
+      return kAudioControlClassID;
+    case kAudioVolumeControlClassID:
+    case kAudioLFEVolumeControlClassID:
+    case kAudioBootChimeVolumeControlClassID:
+      return kAudioLevelControlClassID;
+    case kAudioMuteControlClassID:
+    case kAudioSoloControlClassID:
+    case kAudioJackControlClassID:
+    case kAudioLFEMuteControlClassID:
+    case kAudioISubOwnerControlClassID:
+    case kAudioPhantomPowerControlClassID:
+    case kAudioPhaseInvertControlClassID:
+    case kAudioClipLightControlClassID:
+    case kAudioTalkbackControlClassID:
+    case kAudioListenbackControlClassID:
+      return kAudioBooleanControlClassID;
+    case kAudioDataSourceControlClassID:
+    case kAudioDataDestinationControlClassID:
+    case kAudioClockSourceControlClassID:
+    case kAudioLineLevelControlClassID:
+    case kAudioHighPassFilterControlClassID:
+      return kAudioSelectorControlClassID;
+    default:
+      return kAudioObjectClassID;
+  }
+}
+
+bool IsKindOf(AudioClassID inClassID, AudioClassID inBaseID) {
+  if (inBaseID == kAudioObjectClassIDWildcard) {
+    return true;
+  }
+  while (inClassID != inBaseID) {
+    if (inClassID == kAudioObjectClassID) {
+      return false;
+    }
+    inClassID = BaseClassOf(inClassID);
+  }
+  return true;
+}
+
+OSStatus AnswerValue(const void* inValue, UInt32 inSize, UInt32& ioSize, void* outData) {
+  if (ioSize < inSize) {
+    return kAudioHardwareBadPropertySizeError;
+  }
+  memcpy(outData, inValue, inSize);
+  ioSize = inSize;
+  return kAudioHardwareNoError;
+}
+
+OSStatus AnswerString(CFStringRef inString, UInt32& ioSize, void* outData) {
+  const OSStatus status = AnswerValue(&inString, sizeof inString, ioSize, outData);
+  if (status == kAudioHardwareNoError && inString) {
+    CFRetain(inString);
+  }
+  return status;
+}
+
+OSStatus AnswerList(std::span<const AudioObjectID> inIDs, UInt32& ioSize, void* outData) {
+  const size_t count = std::min(inIDs.size(), ioSize / sizeof(AudioObjectID));
+  ioSize = static_cast<UInt32>(count * sizeof(AudioObjectID));
+  if (count > 0) {
+    memcpy(outData, inIDs.data(), ioSize);
+  }
+  return kAudioHardwareNoError;
+}
+
+std::vector<AudioObjectID> GetOwnedObjects(AudioObjectID inOwnerID, UInt32 inQualifierSize,
+                                           const void* inQualifier) {
+  std::vector<AudioClassID> classes(inQualifier ? inQualifierSize / sizeof(AudioClassID) : 0);
+  if (!classes.empty()) {
+    memcpy(classes.data(), inQualifier, classes.size() * sizeof(AudioClassID));
+  }
+  const Host& host = Host::Get();
+  std::vector<AudioObjectID> owned = Host::Get().Objects().GetPublished(inOwnerID);
+  std::erase_if(owned, [&](AudioObjectID id) {
+    const ObjectRecord* const record = host.FindObject(id);
+    return !record || (!classes.empty() &&
+                       std::none_of(classes.begin(), classes.end(), [&](AudioClassID base) {
+                         return IsKindOf(record->mClassID, base);
+                       }));
+  });
+  return owned;
+}
+
+bool IsHostProperty(const ObjectRecord& inRecord, AudioObjectPropertySelector inSelector) {
+  switch (inSelector) {
+    case kAudioObjectPropertyBaseClass:
+    case kAudioObjectPropertyClass:
+    case kAudioObjectPropertyOwner:
+    case kAudioObjectPropertyOwnedObjects:
+      return true;
+    case kAudioPlugInPropertyBundleID:
+      return inRecord.mClassID == kAudioPlugInClassID;
+    default:
+      return false;
+  }
+}
+
+OSStatus GetHostPropertySize(AudioObjectID inObjectID, const ObjectRecord&,
+                             const AudioObjectPropertyAddress& inAddress, UInt32 inQualifierSize,
+                             const void* inQualifier, UInt32& outSize) {
+  switch (inAddress.mSelector) {
+    case kAudioObjectPropertyOwnedObjects:
+      outSize = static_cast<UInt32>(
+          GetOwnedObjects(inObjectID, inQualifierSize, inQualifier).size() * sizeof(AudioObjectID));
+      return kAudioHardwareNoError;
+    case kAudioPlugInPropertyBundleID:
+      outSize = sizeof(CFStringRef);
+      return kAudioHardwareNoError;
+    default:
+      outSize = sizeof(UInt32);
+      return kAudioHardwareNoError;
+  }
+}
+
+OSStatus GetHostProperty(AudioObjectID inObjectID, const ObjectRecord& inRecord,
+                         const AudioObjectPropertyAddress& inAddress, UInt32 inQualifierSize,
+                         const void* inQualifier, UInt32& ioSize, void* outData) {
+  switch (inAddress.mSelector) {
+    case kAudioObjectPropertyBaseClass:
+      return AnswerNumber(BaseClassOf(inRecord.mClassID), ioSize, outData);
+    case kAudioObjectPropertyClass:
+      return AnswerNumber(inRecord.mClassID, ioSize, outData);
+    case kAudioObjectPropertyOwner:
+      return AnswerNumber(inRecord.mOwnerID, ioSize, outData);
+    case kAudioObjectPropertyOwnedObjects:
+      return AnswerList(GetOwnedObjects(inObjectID, inQualifierSize, inQualifier), ioSize, outData);
+    case kAudioPlugInPropertyBundleID: {
+      const CFStringRef bundleID = CFStringCreateWithCString(
+          kCFAllocatorDefault, inRecord.mPlugIn->GetBundleID().c_str(), kCFStringEncodingUTF8);
+      const OSStatus status = AnswerString(bundleID, ioSize, outData);
+      CFRelease(bundleID);
+      return status;
+    }
+    default:
+      return kAudioHardwareUnknownPropertyError;
+  }
+}
+
+}  // namespace tembra::hal

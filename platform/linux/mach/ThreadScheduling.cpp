@@ -1,0 +1,200 @@
+#include "mach/ThreadScheduling.h"
+
+#include <pthread.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#ifndef SCHED_DEADLINE
+#define SCHED_DEADLINE 6
+#endif
+
+namespace tembra {
+namespace {
+
+// The kernel's own structure; the C library has no name for it.
+struct KernelSchedulingAttributes {
+  uint32_t size;
+  uint32_t policy;
+  uint64_t flags;
+  int32_t nice;
+  uint32_t priority;
+  uint64_t runtime;
+  uint64_t deadline;
+  uint64_t period;
+};
+static_assert(sizeof(KernelSchedulingAttributes) == 48);
+
+constexpr uint64_t kFlagResetOnFork = 0x01;
+constexpr uint64_t kMinimumRuntime = 1024;
+// The kernel's defaults for the bounds of a period.
+constexpr uint64_t kMinimumPeriod = 100 * 1000;
+constexpr uint64_t kMaximumPeriod = uint64_t{1} << 32;
+// Above kernel threads that serve no deadline, below those that keep the machine alive.
+constexpr int kFIFOPriority = 20;
+
+bool SetAttributes(pid_t inThread, const KernelSchedulingAttributes& inAttributes) {
+  return syscall(SYS_sched_setattr, inThread, &inAttributes, 0U) == 0;
+}
+
+bool GetAttributes(pid_t inThread, KernelSchedulingAttributes& outAttributes) {
+  outAttributes = {};
+  return syscall(SYS_sched_getattr, inThread, &outAttributes, sizeof outAttributes, 0U) == 0;
+}
+
+KernelSchedulingAttributes Attributes(uint32_t inPolicy) {
+  KernelSchedulingAttributes attributes{};
+  attributes.size = sizeof attributes;
+  attributes.policy = inPolicy;
+  // A deadline thread may not fork without it; and no child should inherit such a right.
+  attributes.flags = kFlagResetOnFork;
+  return attributes;
+}
+
+bool ApplyDeadline(pid_t inThread, const TimeConstraint& inConstraint) {
+  KernelSchedulingAttributes attributes = Attributes(SCHED_DEADLINE);
+  attributes.runtime = inConstraint.mComputation;
+  attributes.deadline = inConstraint.mConstraint;
+  attributes.period = inConstraint.mPeriod;
+  return SetAttributes(inThread, attributes);
+}
+
+bool RealTimeIsUnlimited() {
+  rlimit limit;
+  return getrlimit(RLIMIT_RTTIME, &limit) == 0 && limit.rlim_cur == RLIM_INFINITY &&
+         limit.rlim_max == RLIM_INFINITY;
+}
+
+bool ApplyFIFO(pid_t inThread) {
+  if (!RealTimeIsUnlimited()) {
+    return false;
+  }
+  KernelSchedulingAttributes attributes = Attributes(SCHED_FIFO);
+  attributes.priority = kFIFOPriority;
+  if (SetAttributes(inThread, attributes)) {
+    return true;
+  }
+  // Without the capability the limit says how high a thread may go.
+  rlimit limit;
+  if (getrlimit(RLIMIT_RTPRIO, &limit) != 0 || limit.rlim_cur < 1 ||
+      limit.rlim_cur >= static_cast<rlim_t>(kFIFOPriority)) {
+    return false;
+  }
+  attributes.priority = static_cast<uint32_t>(limit.rlim_cur);
+  return SetAttributes(inThread, attributes);
+}
+
+SchedulingMode ModeOf(const KernelSchedulingAttributes& inAttributes) {
+  switch (inAttributes.policy) {
+    case SCHED_DEADLINE:
+      return SchedulingMode::kDeadline;
+    case SCHED_FIFO:
+    case SCHED_RR:
+      return SchedulingMode::kFIFO;
+    default:
+      return SchedulingMode::kNormal;
+  }
+}
+
+bool IsSettled(const KernelSchedulingAttributes& inAttributes, int inNiceness) {
+  return ModeOf(inAttributes) == SchedulingMode::kNormal && inAttributes.nice == inNiceness;
+}
+
+bool SetNormal(pid_t inThread, const KernelSchedulingAttributes& inNow, int inNiceness) {
+  const bool wasNormal = ModeOf(inNow) == SchedulingMode::kNormal;
+  KernelSchedulingAttributes attributes = Attributes(wasNormal ? inNow.policy : SCHED_OTHER);
+  // Once set, only a privileged process may clear this flag, so it stays.
+  attributes.flags = inNow.flags & kFlagResetOnFork;
+  attributes.nice = inNiceness;
+  return SetAttributes(inThread, attributes);
+}
+
+thread_local pid_t tThreadID = 0;
+
+// The one thread that a forked child has is a new one.
+__attribute__((constructor)) void ForgetThreadIDInChild() {
+  pthread_atfork(nullptr, nullptr, [] { tThreadID = 0; });
+}
+
+int NicenessOfProcess() {
+  errno = 0;
+  const int niceness = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+  return niceness == -1 && errno != 0 ? 0 : niceness;
+}
+
+}  // namespace
+
+TimeConstraint WithinKernelBounds(const TimeConstraint& inConstraint) {
+  TimeConstraint bounded;
+  bounded.mPeriod = std::min(inConstraint.mPeriod, kMaximumPeriod);
+  bounded.mConstraint = std::clamp(inConstraint.mConstraint, kMinimumRuntime, kMaximumPeriod);
+  if (bounded.mPeriod == 0) {
+    bounded.mPeriod = bounded.mConstraint;
+  }
+  bounded.mPeriod = std::max(bounded.mPeriod, kMinimumPeriod);
+  bounded.mConstraint = std::min(bounded.mConstraint, bounded.mPeriod);
+  bounded.mComputation =
+      std::clamp(inConstraint.mComputation, kMinimumRuntime, bounded.mConstraint);
+  return bounded;
+}
+
+SchedulingMode ApplyTimeConstraint(pid_t inThread, const TimeConstraint& inConstraint) {
+  if (ApplyDeadline(inThread, WithinKernelBounds(inConstraint))) {
+    return SchedulingMode::kDeadline;
+  }
+  if (ApplyFIFO(inThread)) {
+    return SchedulingMode::kFIFO;
+  }
+  return GetSchedulingMode(inThread);
+}
+
+void ApplyNormal(pid_t inThread) {
+  KernelSchedulingAttributes now;
+  if (GetAttributes(inThread, now) && ModeOf(now) != SchedulingMode::kNormal) {
+    SetNormal(inThread, now, NicenessOfProcess()) || SetNormal(inThread, now, 0);
+  }
+}
+
+void ApplyImportance(pid_t inThread, int inImportance) {
+  KernelSchedulingAttributes now;
+  if (!GetAttributes(inThread, now)) {
+    return;
+  }
+  const int base = NicenessOfProcess();
+  const int least = ModeOf(now) == SchedulingMode::kNormal ? -64 : 0;
+  const int wanted = std::clamp(base - std::clamp(inImportance, least, 64), -20, 19);
+  if (IsSettled(now, wanted) || SetNormal(inThread, now, wanted)) {
+    return;
+  }
+  // Not so important, then; but normal.
+  if (ModeOf(now) != SchedulingMode::kNormal) {
+    SetNormal(inThread, now, base) || SetNormal(inThread, now, 0);
+  }
+}
+
+pid_t CurrentThreadID() {
+  if (tThreadID == 0) {
+    tThreadID = gettid();
+  }
+  return tThreadID;
+}
+
+SchedulingMode GetSchedulingMode(pid_t inThread) {
+  KernelSchedulingAttributes now;
+  return GetAttributes(inThread, now) ? ModeOf(now) : SchedulingMode::kUnknown;
+}
+
+bool GetNiceness(pid_t inThread, int& outNiceness) {
+  KernelSchedulingAttributes now;
+  if (!GetAttributes(inThread, now)) {
+    return false;
+  }
+  outNiceness = ModeOf(now) == SchedulingMode::kNormal ? now.nice : 0;
+  return true;
+}
+
+}  // namespace tembra
