@@ -1,0 +1,137 @@
+// The device's names and identity, and the properties that it answers in front of its base.
+
+#include <algorithm>
+#include <iterator>
+
+#include "client/TMBACLN_Device.h"
+#include "device/HP_IOThread.h"
+#include "objects/CAPropertyAddress.h"
+#include "support/CAException.h"
+#include "support/CAMutex.h"
+
+namespace {
+
+CFStringRef CopyLocalizedString(CFStringRef inKey, CFStringRef inDefault) {
+  CFBundleRef bundle = CFBundleGetBundleWithIdentifier(CFSTR("com.tembra.audio.TMBAudioClient"));
+  return CFBundleCopyLocalizedString(bundle, inKey, inDefault, nullptr);
+}
+
+CFStringRef CopyString(CFStringRef inString) {
+  return inString != nullptr ? static_cast<CFStringRef>(CFRetain(inString)) : nullptr;
+}
+
+constexpr AudioObjectPropertySelector kControlRelatedSelectors[] = {
+    'bbd#', 'bbvd', 'bbvs', 'bd2v', 'bv2d', 'cnlv', 'csc#', 'csck', 'cscn', 'csrc',
+    'db2v', 'isub', 'jack', 'lcnl', 'lcsn', 'lscn', 'mdd#', 'mddc', 'mddn', 'mdds',
+    'msp#', 'mspn', 'mute', 'mv2d', 'mv2s', 'mvd#', 'mvdb', 'mvsc', 'nlv#', 'nlvl',
+    'ownd', 'sd2v', 'smut', 'solo', 'span', 'spn#', 'ssc#', 'sscn', 'ssrc', 'sv2d',
+    'svd#', 'svld', 'svlm', 'thrs', 'thru', 'v2db', 'vdb#', 'vold', 'volm',
+};
+static_assert(std::size(kControlRelatedSelectors) == 49);
+static_assert(std::is_sorted(std::begin(kControlRelatedSelectors),
+                             std::end(kControlRelatedSelectors)));
+
+}  // namespace
+
+bool TMBACLN_Device::IsControlRelatedProperty(unsigned int inSelector) {
+  return std::binary_search(std::begin(kControlRelatedSelectors),
+                            std::end(kControlRelatedSelectors), inSelector);
+}
+
+bool TMBACLN_Device::HasProperty(const AudioObjectPropertyAddress& inAddress) const {
+  CAMutex::Locker locker(GetDeviceStateMutex());
+  if (inAddress.mSelector == kAudioDevicePropertyIOCycleUsage) return true;
+  return HP_Device::HasProperty(inAddress);
+}
+
+bool TMBACLN_Device::IsPropertySettable(const AudioObjectPropertyAddress& inAddress) const {
+  CAMutex::Locker locker(GetDeviceStateMutex());
+  if (inAddress.mSelector == kAudioDevicePropertyIOCycleUsage) return true;
+  return HP_Device::IsPropertySettable(inAddress);
+}
+
+UInt32 TMBACLN_Device::GetPropertyDataSize(const AudioObjectPropertyAddress& inAddress,
+                                           UInt32 inQualifierDataSize,
+                                           const void* inQualifierData) const {
+  CAMutex::Locker locker(GetDeviceStateMutex());
+  if (inAddress.mSelector == kAudioDevicePropertyIOCycleUsage) return sizeof(Float32);
+  return HP_Device::GetPropertyDataSize(inAddress, inQualifierDataSize, inQualifierData);
+}
+
+void TMBACLN_Device::GetPropertyData(const AudioObjectPropertyAddress& inAddress,
+                                     UInt32 inQualifierDataSize, const void* inQualifierData,
+                                     UInt32& ioDataSize, void* outData) const {
+  CAMutex::Locker locker(GetDeviceStateMutex());
+  if (inAddress.mSelector == kAudioDevicePropertyIOCycleUsage) {
+    if (ioDataSize != GetPropertyDataSize(inAddress, inQualifierDataSize, inQualifierData)) {
+      throw CAException(kAudioHardwareBadPropertySizeError);
+    }
+    *static_cast<Float32*>(outData) = mIOThread->GetIOCycleUsage();
+    return;
+  }
+  HP_Device::GetPropertyData(inAddress, inQualifierDataSize, inQualifierData, ioDataSize, outData);
+}
+
+void TMBACLN_Device::SetPropertyData(const AudioObjectPropertyAddress& inAddress,
+                                     UInt32 inQualifierDataSize, const void* inQualifierData,
+                                     UInt32 inDataSize, const void* inData,
+                                     const AudioTimeStamp* inWhen) {
+  CAMutex::Locker locker(GetDeviceStateMutex());
+  if (inAddress.mSelector == kAudioDevicePropertyIOCycleUsage) {
+    if (inDataSize != GetPropertyDataSize(inAddress, inQualifierDataSize, inQualifierData)) {
+      throw CAException(kAudioHardwareBadPropertySizeError);
+    }
+    mIOThread->SetIOCycleUsage(*static_cast<const Float32*>(inData));
+    const CAPropertyAddress changed(kAudioDevicePropertyIOCycleUsage);
+    PropertiesChanged(1, &changed);
+    return;
+  }
+  HP_Device::SetPropertyData(inAddress, inQualifierDataSize, inQualifierData, inDataSize, inData,
+                             inWhen);
+}
+
+bool TMBACLN_Device::IsHidden() const {
+  return false;
+}
+
+CFStringRef TMBACLN_Device::CopyDeviceName() const {
+  static const CFStringRef sName =
+      CopyLocalizedString(CFSTR("TMBAudioName"), CFSTR("Tembra Audio"));
+  return CopyString(sName);
+}
+
+CFStringRef TMBACLN_Device::CopyManufacturerName() const {
+  static const CFStringRef sName =
+      CopyLocalizedString(CFSTR("ManufacturerName"), CFSTR("Brelin Inc."));
+  return CopyString(sName);
+}
+
+CFStringRef TMBACLN_Device::CopyDeviceManufacturerName() const {
+  return CopyManufacturerName();
+}
+
+CFStringRef TMBACLN_Device::CopyElementFullName(const AudioObjectPropertyAddress& inAddress) const {
+  if (inAddress.mScope != kAudioDevicePropertyScopeInput &&
+      inAddress.mScope != kAudioDevicePropertyScopeOutput) {
+    return nullptr;
+  }
+  return CopyString(CFSTR(""));
+}
+
+CFStringRef TMBACLN_Device::CopyDeviceUID() const {
+  static const CFStringRef sUID = CFSTR("TMBAudioCln_Plugin");
+  return CopyString(sUID);
+}
+
+CFStringRef TMBACLN_Device::CopyModelUID() const {
+  static const CFStringRef sUID = CFSTR("TMBAudioCln_Device");
+  return CopyString(sUID);
+}
+
+UInt32 TMBACLN_Device::GetTransportType() const {
+  return kAudioDeviceTransportTypeVirtual;
+}
+
+bool TMBACLN_Device::CanBeDefaultDevice(bool inIsInput, bool /*inIsSystem*/) const {
+  return !inIsInput;
+}
