@@ -1,0 +1,14 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "tools/Exit.h"
+
+namespace tembra::tools {
+
+// Each adds its subcommands to the program. A subcommand's callback runs it and throws Failure.
+void AddInspectCommands(CLI::App& ioProgram);
+void AddPlayCommand(CLI::App& ioProgram);
+void AddHelloCommand(CLI::App& ioProgram);
+
+}  // namespace tembra::tools

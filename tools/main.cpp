@@ -1,0 +1,29 @@
+// tmbaudio: look at the audio devices of this user, and play on them.
+
+#include <cstdio>
+#include <exception>
+
+#include "tools/Commands.h"
+
+int main(int argc, char** argv) {
+  using namespace tembra::tools;
+  CLI::App program{"Plays on and looks at the audio devices of this user.", "tmbaudio"};
+  program.require_subcommand(1);
+  program.set_version_flag("--version", TEMBRA_VERSION);
+  program.footer("Exit status: 0 ok, 1 failed, 2 usage, 3 no server, 4 held by another process.");
+  AddPlayCommand(program);
+  AddHelloCommand(program);
+  AddInspectCommands(program);
+  try {
+    program.parse(argc, argv);
+    return static_cast<int>(Exit::kOk);
+  } catch (const CLI::ParseError& error) {
+    return program.exit(error) == 0 ? static_cast<int>(Exit::kOk) : static_cast<int>(Exit::kUsage);
+  } catch (const Failure& failure) {
+    std::fprintf(stderr, "tmbaudio: %s\n", failure.what());
+    return static_cast<int>(failure.Code());
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "tmbaudio: %s\n", error.what());
+    return static_cast<int>(Exit::kFailed);
+  }
+}
