@@ -1,0 +1,115 @@
+// Small things that run often, each beside the least that it could cost. bench/ratios.py turns a
+// run into ratios.
+
+#include <CoreAudio/AudioHardware.h>
+#include <CoreAudio/AudioHardwarePlugIn.h>
+#include <benchmark/benchmark.h>
+
+#include <array>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "client/Snd.h"
+#include "client/TMBACLN_PlugIn.h"
+#include "objects/HP_HardwarePlugIn.h"
+
+namespace {
+
+constexpr std::size_t kFrames = 512;
+
+struct StereoBuffer {
+  std::array<float, kFrames * 2> samples;
+  AudioBufferList list{1, {{2, sizeof samples, samples.data()}}};
+  AudioTimeStamp time{};
+  AudioStreamBasicDescription format{44100.0, kAudioFormatLinearPCM, 9, 8, 1, 8, 2, 32, 0};
+
+  StereoBuffer() {
+    for (std::size_t index = 0; index < samples.size(); ++index) {
+      samples[index] = static_cast<float>(index) / static_cast<float>(samples.size());
+    }
+  }
+};
+
+void SerialiseStereo512(benchmark::State& ioState) {
+  StereoBuffer buffer;
+  std::vector<char> block(SndGetABLSerializedSize(buffer.list, true) + sizeof(float));
+  for (auto unused : ioState) {
+    benchmark::DoNotOptimize(
+        SndSerializeABL(buffer.time, buffer.format, buffer.list, true, block.data(), block.size()));
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(SerialiseStereo512)->Name("SerialiseStereo512/of");
+
+void Copy4096(benchmark::State& ioState) {
+  StereoBuffer buffer;
+  std::vector<char> block(sizeof buffer.samples);
+  for (auto unused : ioState) {
+    std::memcpy(block.data(), buffer.samples.data(), sizeof buffer.samples);
+    benchmark::DoNotOptimize(block.data());
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(Copy4096)->Name("SerialiseStereo512/floor");
+
+// The device of a plug-in object made as the HAL makes it, asked through the vector of entries.
+struct LoadedPlugIn {
+  AudioHardwarePlugInRef reference;
+  AudioObjectID device = kAudioObjectUnknown;
+
+  LoadedPlugIn() {
+    CFUUIDRef type =
+        CFUUIDGetConstantUUIDWithBytes(nullptr, 0xF8, 0xBB, 0x1C, 0x28, 0xBA, 0xE8, 0x11, 0xD6,
+                                       0x9C, 0x31, 0x00, 0x03, 0x93, 0x15, 0xCD, 0x46);
+    reference = static_cast<AudioHardwarePlugInRef>(TMBACLN_New_Instance(nullptr, type));
+    (*reference)->Initialize(reference);
+    for (AudioObjectID id = 2; id < 64 && device == kAudioObjectUnknown; ++id) {
+      if (HP_Object::GetDeviceByID(id) != nullptr) device = id;
+    }
+  }
+};
+
+void ReadFrameSize(benchmark::State& ioState) {
+  static LoadedPlugIn sPlugIn;
+  const AudioObjectPropertyAddress address{kAudioDevicePropertyBufferFrameSize,
+                                           kAudioObjectPropertyScopeGlobal, 0};
+  UInt32 frames = 0;
+  for (auto unused : ioState) {
+    UInt32 size = sizeof frames;
+    const OSStatus status = (*sPlugIn.reference)
+                                ->ObjectGetPropertyData(sPlugIn.reference, sPlugIn.device, &address,
+                                                        0, nullptr, &size, &frames);
+    if (status != 0) ioState.SkipWithError("the device does not answer");
+    benchmark::DoNotOptimize(frames);
+  }
+  if (frames != 512) ioState.SkipWithError("the frame size is not 512");
+}
+BENCHMARK(ReadFrameSize)->Name("ReadFrameSize/of");
+
+struct Answering {
+  virtual ~Answering() = default;
+  virtual std::uint32_t Answer() const = 0;
+};
+struct FrameSize : Answering {
+  std::uint32_t Answer() const override { return 512; }
+};
+
+void MutexMapVirtual(benchmark::State& ioState) {
+  std::mutex mutex;
+  std::map<std::uint32_t, std::unique_ptr<Answering>> objects;
+  for (std::uint32_t id = 2; id < 6; ++id) objects[id] = std::make_unique<FrameSize>();
+  std::uint32_t id = 3;
+  for (auto unused : ioState) {
+    benchmark::DoNotOptimize(id);
+    const std::lock_guard<std::mutex> lock(mutex);
+    benchmark::DoNotOptimize(objects.find(id)->second->Answer());
+  }
+}
+BENCHMARK(MutexMapVirtual)->Name("ReadFrameSize/floor");
+
+}  // namespace
+
+BENCHMARK_MAIN();

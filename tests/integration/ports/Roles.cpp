@@ -1,0 +1,87 @@
+#include "Roles.h"
+
+#include <CoreFoundation/CFMessagePort.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+namespace tembra::test {
+namespace {
+
+CFStringRef MakeName(const std::string& inName) {
+  return CFStringCreateWithCString(nullptr, inName.c_str(), kCFStringEncodingUTF8);
+}
+
+CFDataRef Answer(CFMessagePortRef, SInt32 inIdentifier, CFDataRef inData, void*) {
+  if (inIdentifier == 9) _exit(9);
+  if (inIdentifier == 8) pause();
+  return static_cast<CFDataRef>(CFRetain(inData));
+}
+
+int Serve(const std::string& inName) {
+  CFMessagePortRef port =
+      CFMessagePortCreateLocal(nullptr, MakeName(inName), Answer, nullptr, nullptr);
+  puts(port ? "ready" : "taken");
+  fflush(stdout);
+  if (!port) return 3;
+  CFRunLoopSourceRef source = CFMessagePortCreateRunLoopSource(nullptr, port, 0);
+  CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+  CFRunLoopRun();
+  return 0;
+}
+
+// Sends so many messages whose identifier counts up, waiting for room.
+int Send(const std::string& inName, int inCount) {
+  CFMessagePortRef port = CFMessagePortCreateRemote(nullptr, MakeName(inName));
+  if (!port) return 4;
+  for (int i = 0; i < inCount; ++i) {
+    CFDataRef data = CFDataCreate(nullptr, reinterpret_cast<UInt8*>(&i), sizeof i);
+    if (CFMessagePortSendRequest(port, i, data, 20, 0, nullptr, nullptr) != 0) return 5;
+    CFRelease(data);
+  }
+  return 0;
+}
+
+// Opens the port so many times, each connection one message, and leaves.
+int Churn(const std::string& inName, int inCount) {
+  for (int i = 0; i < inCount; ++i) {
+    CFMessagePortRef port = CFMessagePortCreateRemote(nullptr, MakeName(inName));
+    if (!port) return 4;
+    if (CFMessagePortSendRequest(port, i, nullptr, 20, 0, nullptr, nullptr) != 0) return 5;
+    CFMessagePortInvalidate(port);
+    CFRelease(port);
+  }
+  return 0;
+}
+
+}  // namespace
+
+int RunRole(const std::vector<std::string>& inArguments) {
+  const std::string& role = inArguments[0];
+  if (role == "serve") return Serve(inArguments[1]);
+  if (role == "send") return Send(inArguments[1], std::stoi(inArguments[2]));
+  if (role == "churn") return Churn(inArguments[1], std::stoi(inArguments[2]));
+  return 2;
+}
+
+std::unique_ptr<Program> StartServer(const PrivateRuntime& inRuntime, const std::string& inName) {
+  static std::atomic<int> sCount{0};
+  const std::string prefix = inRuntime.File("server" + std::to_string(++sCount));
+  auto program = std::make_unique<Program>(
+      "/proc/self/exe", std::vector<std::string>{"--role", "serve", inName}, prefix);
+  WaitUntil([&] { return !program->Output().empty(); }, std::chrono::seconds(20));
+  return program;
+}
+
+int RunProcess(const PrivateRuntime& inRuntime, const std::vector<std::string>& inArguments) {
+  static std::atomic<int> sCount{0};
+  std::vector<std::string> arguments{"--role"};
+  arguments.insert(arguments.end(), inArguments.begin(), inArguments.end());
+  Program program("/proc/self/exe", arguments,
+                  inRuntime.File("process" + std::to_string(++sCount)));
+  return program.Wait(std::chrono::seconds(60));
+}
+
+}  // namespace tembra::test

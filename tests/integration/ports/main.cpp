@@ -1,0 +1,11 @@
+#include <gtest/gtest.h>
+
+#include "Roles.h"
+
+int main(int argc, char** argv) {
+  if (argc > 2 && std::string(argv[1]) == "--role") {
+    return tembra::test::RunRole({argv + 2, argv + argc});
+  }
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

@@ -1,0 +1,154 @@
+// The I/O thread's contract, enforced: from wake-up to sleep no allocation, no lock, no file, no
+// log, no blocking call, and at most one send a cycle.
+
+#include <CoreAudio/AudioHardware.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <syslog.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <mutex>
+
+#include "RealtimeTrap.h"
+#include "support/PrivateRuntime.h"
+#include "support/Program.h"
+#include "tools/ServerLink.h"
+
+namespace tembra::test {
+namespace {
+
+using realtime_trap::Findings;
+
+Findings FindingsOf(const std::function<void()>& inAct) {
+  realtime_trap::Reset();
+  realtime_trap::Arm();
+  inAct();
+  realtime_trap::Disarm();
+  return realtime_trap::Collect();
+}
+
+TEST(RealtimeTrap, NotesAnAllocationAndItsRelease) {
+  const Findings found = FindingsOf([] {
+    void* volatile block = std::malloc(16);
+    std::free(block);
+  });
+  EXPECT_EQ(found.allocations, 2U);
+  EXPECT_EQ(found.first, "malloc");
+}
+
+TEST(RealtimeTrap, NotesOperatorNew) {
+  const Findings found = FindingsOf([] {
+    // The plain form of the call; a new-expression may be optimised away.
+    void* volatile block = ::operator new(16);
+    ::operator delete(block);
+  });
+  EXPECT_EQ(found.allocations, 2U);
+}
+
+TEST(RealtimeTrap, IsSilentOnAnotherThreadsDoings) {
+  realtime_trap::Reset();
+  void* volatile block = std::malloc(16);
+  std::free(block);
+  EXPECT_EQ(realtime_trap::Collect().allocations, 0U);
+}
+
+TEST(RealtimeTrap, NotesALock) {
+  if (!realtime_trap::SeesEverything()) GTEST_SKIP() << "a sanitizer owns the calls";
+  std::mutex mutex;
+  EXPECT_EQ(FindingsOf([&] { const std::lock_guard<std::mutex> lock(mutex); }).locks, 1U);
+}
+
+TEST(RealtimeTrap, NotesEachBlockingCall) {
+  if (!realtime_trap::SeesEverything()) GTEST_SKIP() << "a sanitizer owns the calls";
+  EXPECT_EQ(FindingsOf([] { usleep(1); }).first, "usleep");
+  const timespec instant{0, 1};
+  EXPECT_EQ(FindingsOf([&] { nanosleep(&instant, nullptr); }).first, "nanosleep");
+  EXPECT_EQ(FindingsOf([&] { clock_nanosleep(CLOCK_MONOTONIC, 0, &instant, nullptr); }).first,
+            "clock_nanosleep");
+  EXPECT_EQ(FindingsOf([] { (void)!open("/nonexistent", O_RDONLY); }).first, "open");
+  EXPECT_EQ(FindingsOf([] { (void)!std::fopen("/nonexistent", "r"); }).first, "fopen");
+  EXPECT_EQ(FindingsOf([] { (void)!read(-1, nullptr, 0); }).first, "read");
+  EXPECT_EQ(FindingsOf([] { (void)!write(-1, nullptr, 0); }).first, "write");
+  EXPECT_EQ(FindingsOf([] { syslog(LOG_DEBUG, "trapped"); }).first, "syslog");
+}
+
+TEST(RealtimeTrap, TellsABlockingSendFromANonBlockingOne) {
+  if (!realtime_trap::SeesEverything()) GTEST_SKIP() << "a sanitizer owns the calls";
+  const Findings waits = FindingsOf([] { send(-1, nullptr, 0, 0); });
+  EXPECT_EQ(waits.blocking, 1U);
+  const Findings goes = FindingsOf([] { send(-1, nullptr, 0, MSG_DONTWAIT); });
+  EXPECT_EQ(goes.blocking, 0U);
+  EXPECT_EQ(goes.sends, 1U);
+}
+
+struct Renderer {
+  std::atomic<bool> follow{false};
+  std::atomic<unsigned> cycles{0};
+};
+
+OSStatus Render(AudioObjectID, const AudioTimeStamp*, const AudioBufferList*, const AudioTimeStamp*,
+                AudioBufferList* outOutput, const AudioTimeStamp*, void* inClientData) {
+  auto* renderer = static_cast<Renderer*>(inClientData);
+  if (renderer->follow.load()) realtime_trap::FollowThisThread();
+  auto* samples = static_cast<float*>(outOutput->mBuffers[0].mData);
+  samples[0] = 0.5F;
+  renderer->cycles.fetch_add(1);
+  return 0;
+}
+
+AudioObjectID DefaultOutput() {
+  const AudioObjectPropertyAddress address{kAudioHardwarePropertyDefaultOutputDevice,
+                                           kAudioObjectPropertyScopeGlobal, 0};
+  AudioObjectID device = kAudioObjectUnknown;
+  UInt32 size = sizeof device;
+  AudioObjectGetPropertyData(kAudioObjectSystemObject, &address, 0, nullptr, &size, &device);
+  return device;
+}
+
+TEST(RealtimeCycle, NeitherAllocatesNorLocksNorBlocksWhileItSendsToAServer) {
+  PrivateRuntime runtime;
+  Program server("tmbasrv", {"--quiet"}, runtime.File("server"));
+  ASSERT_TRUE(WaitUntil(tools::ServerLink::ServerLives)) << server.Errors();
+
+  const AudioObjectID device = DefaultOutput();
+  ASSERT_NE(device, kAudioObjectUnknown);
+  tools::ServerLink link;
+  Renderer renderer;
+  AudioDeviceIOProcID procedure = nullptr;
+  ASSERT_EQ(AudioDeviceCreateIOProcID(device, Render, &renderer, &procedure), 0);
+  ASSERT_EQ(AudioDeviceStart(device, procedure), 0);
+  ASSERT_TRUE(link.WaitUntilAdmitted(20));
+
+  // Steady from the first cycle after the data port stands.
+  const unsigned before = renderer.cycles.load();
+  ASSERT_TRUE(WaitUntil([&] { return renderer.cycles.load() >= before + 3; }));
+  realtime_trap::Reset();
+  renderer.follow = true;
+  ASSERT_TRUE(WaitUntil([&] { return realtime_trap::Collect().cycles >= 100; }));
+  const Findings found = realtime_trap::Collect();
+  ASSERT_EQ(AudioDeviceStop(device, procedure), 0);
+  ASSERT_EQ(AudioDeviceDestroyIOProcID(device, procedure), 0);
+
+  EXPECT_EQ(found.allocations, 0U) << found.first;
+  EXPECT_EQ(found.locks, 0U) << found.first;
+  EXPECT_EQ(found.blocking, 0U) << found.first;
+  if (realtime_trap::SeesEverything()) {
+    // Cycles are counted at the wake-up, sends within: the last cycle may still be at it.
+    EXPECT_GE(found.sends + 2, found.cycles);
+    EXPECT_LE(found.sends, found.cycles);
+  }
+  RecordProperty("allocations_in_steady_cycles", static_cast<int>(found.allocations));
+  RecordProperty("cycles", static_cast<int>(found.cycles));
+  server.Signal(SIGTERM);
+  EXPECT_EQ(server.Wait(), 0);
+}
+
+}  // namespace
+}  // namespace tembra::test

@@ -1,0 +1,3 @@
+// The library keeps its internals to itself, so the tests compile their own copy.
+#include "mach/MemoryMap.cpp"
+#include "mach/ThreadScheduling.cpp"
