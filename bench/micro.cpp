@@ -6,6 +6,7 @@
 #include <benchmark/benchmark.h>
 
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -14,7 +15,20 @@
 
 #include "client/Snd.h"
 #include "client/TMBACLN_PlugIn.h"
-#include "objects/HP_HardwarePlugIn.h"
+
+// The benchmark plays the HAL's part towards the plug-in object that it makes.
+extern "C" OSStatus AudioObjectCreate(AudioHardwarePlugInRef, AudioObjectID, AudioClassID,
+                                      AudioObjectID* outObject) {
+  static AudioObjectID sNext = 2;
+  *outObject = ++sNext;
+  return 0;
+}
+
+extern "C" OSStatus AudioObjectsPublishedAndDied(AudioHardwarePlugInRef, AudioObjectID, UInt32,
+                                                 const AudioObjectID*, UInt32,
+                                                 const AudioObjectID*) {
+  return 0;
+}
 
 namespace {
 
@@ -65,10 +79,10 @@ struct LoadedPlugIn {
         CFUUIDGetConstantUUIDWithBytes(nullptr, 0xF8, 0xBB, 0x1C, 0x28, 0xBA, 0xE8, 0x11, 0xD6,
                                        0x9C, 0x31, 0x00, 0x03, 0x93, 0x15, 0xCD, 0x46);
     reference = static_cast<AudioHardwarePlugInRef>(TMBACLN_New_Instance(nullptr, type));
-    (*reference)->Initialize(reference);
-    for (AudioObjectID id = 2; id < 64 && device == kAudioObjectUnknown; ++id) {
-      if (HP_Object::GetDeviceByID(id) != nullptr) device = id;
-    }
+    // No other plug-in shall load beside it.
+    setenv("TEMBRA_HAL_PLUGIN_PATH", "/nonexistent", 1);
+    (*reference)->InitializeWithObjectID(reference, 2);
+    device = 3;
   }
 };
 

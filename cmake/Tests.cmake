@@ -64,3 +64,15 @@ if(TARGET integration_hal)
   configure_file(tests/integration/hal/bundle/Info.plist ${FAKE_BUNDLE}/Info.plist COPYONLY)
   add_dependencies(integration_hal FakePlugIn)
 endif()
+
+# What the bundle tests load.
+if(TARGET integration_cf_bundle)
+  add_library(TestFactory MODULE tests/integration/cf_bundle/bundle/TestFactory.cpp)
+  target_link_libraries(TestFactory PRIVATE tmbplatform)
+  set_target_properties(TestFactory PROPERTIES PREFIX "" SUFFIX ""
+                        LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests/plug-ins)
+  if(TEMBRA_SANITIZE)
+    target_link_options(TestFactory PRIVATE -Wl,-z,undefs)
+  endif()
+  add_dependencies(integration_cf_bundle TestFactory)
+endif()

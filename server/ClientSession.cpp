@@ -100,6 +100,7 @@ void ClientSession::HandleClosed(const CFMessagePortPeer& inPeer) {
 ClientReport ClientSession::Report() {
   ClientReport report;
   mStream.Report(report);
+  if (mPort != nullptr) report.mPort = mPort->GetStatistics();
   switch (mState) {
     case State::kAdded:
       report.mState = "added";

@@ -160,8 +160,8 @@ void Server::Finish() {
   }
   while (!mSessions.empty()) EndSession(mSessions.begin()->first, false);
   mDoomed.clear();
-  mListener.reset();
   const ServerReport report = MakeReport(true);
+  mListener.reset();
   mStatistics.Write(report);
   Tell(MakeText(report));
   mEvents.Drain();
@@ -391,6 +391,7 @@ ServerReport Server::MakeReport(bool inFinal) {
   report.mClientsDropped = mClientsDropped;
   report.mMessages = mMessages;
   report.mBadMessages = mBadMessages;
+  report.mListener = mListener->GetStatistics();
   report.mMixFrames = mOutputs.GetMixFrames();
   report.mMixMoved = mOutputs.GetMixMoved();
   report.mWriterLostFrames = mOutputs.GetWriterLostFrames();

@@ -32,6 +32,20 @@ nlohmann::json Decibels(double inAmplitude) {
   return 20.0 * std::log10(inAmplitude);
 }
 
+// What a port turned away, before anybody looked at a message.
+nlohmann::json MakeJSON(const CFMessagePortStatistics& inPort) {
+  return {{"accepted", inPort.accepted},
+          {"refused_user", inPort.refusedUser},
+          {"refused_limit", inPort.refusedLimit},
+          {"refused_no_file", inPort.refusedNoFile},
+          {"closed", inPort.closed},
+          {"silent", inPort.silent},
+          {"malformed", inPort.malformed},
+          {"oversized", inPort.oversized},
+          {"messages", inPort.messages},
+          {"closed_full", inPort.closedFull}};
+}
+
 nlohmann::json MakeJSON(const ClientReport& inClient) {
   nlohmann::json rejected = nlohmann::json::object();
   for (size_t i = 1; i < kBlockVerdicts; ++i) {
@@ -54,6 +68,7 @@ nlohmann::json MakeJSON(const ClientReport& inClient) {
       {"lost", inClient.mLost},
       {"rejected", inClient.GetRejected()},
       {"rejected_by_reason", rejected},
+      {"data_port", MakeJSON(inClient.mPort)},
       {"delay_ns",
        {{"count", inClient.mDelays},
         {"median", inClient.mDelayMedian},
@@ -129,6 +144,7 @@ nlohmann::json MakeJSON(const ServerReport& inReport) {
             {"clients_dropped", inReport.mClientsDropped},
             {"messages", inReport.mMessages},
             {"bad_messages", inReport.mBadMessages},
+            {"listener_port", MakeJSON(inReport.mListener)},
             {"mix_frames", inReport.mMixFrames},
             {"mix_moved", inReport.mMixMoved},
             {"writer_lost_frames", inReport.mWriterLostFrames},

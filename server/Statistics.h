@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CoreAudio/CoreAudioTypes.h>
+#include <CoreFoundation/CFMessagePortPriv.h>
 
 #include <array>
 #include <nlohmann/json.hpp>
@@ -29,6 +30,7 @@ struct ClientReport {
   UInt64 mLate = 0;
   UInt64 mLost = 0;
   std::array<UInt64, kBlockVerdicts> mRejected{};
+  CFMessagePortStatistics mPort{};  // its data port
   // Receipt less the block's host time; below 0 the block came before it was due.
   UInt64 mDelays = 0;
   SInt64 mDelayMedian = 0;
@@ -56,6 +58,7 @@ struct ServerReport {
   UInt64 mClientsDropped = 0;  // found dead or silent
   UInt64 mMessages = 0;        // on the listener port
   UInt64 mBadMessages = 0;     // of these, refused
+  CFMessagePortStatistics mListener{};
   UInt64 mMixFrames = 0;
   UInt64 mMixMoved = 0;
   UInt64 mWriterLostFrames = 0;

@@ -85,6 +85,8 @@ void TMBACLN_Device::Initialize() {
   SetIOBufferFrameSize(kInitialIOBufferFrameSize, false);
   SetIOBufferFrameSize(DetermineIOBufferFrameSize(), false);
 
+  // A late callback for a device that stood at this address before finds this one in the pool.
+  ConnectionLocker locker(sConnectionMutex);
   if (mListenerID != nullptr) CFRelease(mListenerID);
   mListenerID = CFTmbSndCopyListenerID();
   if (mPortID != nullptr) CFRelease(mPortID);

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include "support/cfarptr.h"
+
 const CFStringRef kTMBAudioMessageDataClientUIDKey = CFSTR("uid");
 const CFStringRef kTMBAudioMessageDataClientPIDKey = CFSTR("pid");
 const CFStringRef kTMBAudioMessageDataBufferFramesKey = CFSTR("frsz");
@@ -22,10 +24,8 @@ constexpr UInt32 kBufferFrames = 512;
 
 void AddNumber(CFMutableDictionaryRef ioDictionary, CFStringRef inKey, CFNumberType inType,
                const void* inValue) {
-  CFNumberRef number = CFNumberCreate(kCFAllocatorDefault, inType, inValue);
-  if (number == nullptr) return;
-  CFDictionaryAddValue(ioDictionary, inKey, number);
-  CFRelease(number);
+  cfarptr<CFNumberRef> number(CFNumberCreate(kCFAllocatorDefault, inType, inValue), false);
+  if (number != nullptr) CFDictionaryAddValue(ioDictionary, inKey, number);
 }
 
 // The number under a key. The message comes from another process, so what is no number counts as
@@ -58,14 +58,11 @@ void ReadInto(CFDictionaryRef inDictionary, CFStringRef inKey, CFNumberType inTy
 CFDictionaryRef CopyDictionary(const __CFData* inMessage) {
   if (inMessage == nullptr || CFGetTypeID(inMessage) != CFDataGetTypeID()) return nullptr;
   CFPropertyListFormat format = kCFPropertyListBinaryFormat_v1_0;
-  CFPropertyListRef list =
-      __TMBCFPropertyListCreateWithData(kCFAllocatorDefault, inMessage, 0, &format, nullptr);
-  if (list == nullptr) return nullptr;
-  if (CFGetTypeID(list) != CFDictionaryGetTypeID()) {
-    CFRelease(list);
-    return nullptr;
-  }
-  return static_cast<CFDictionaryRef>(list);
+  cfarptr<CFPropertyListRef> list(
+      __TMBCFPropertyListCreateWithData(kCFAllocatorDefault, inMessage, 0, &format, nullptr),
+      false);
+  if (list == nullptr || CFGetTypeID(list) != CFDictionaryGetTypeID()) return nullptr;
+  return static_cast<CFDictionaryRef>(CFRetain(list));
 }
 
 }  // namespace
@@ -101,8 +98,8 @@ TMBAudioClientInfo::TMBAudioClientInfo(unsigned int inUID, int inPID,
 
 TMBAudioClientInfo::TMBAudioClientInfo(const __CFData* inMessage)
     : mClientUID(getuid()), mClientPID(getpid()), mBufferFrames(kBufferFrames), mStreamFormat() {
-  if (CFDictionaryRef dictionary = CopyDictionary(inMessage)) {
-    CFRelease(dictionary);
+  cfarptr<CFDictionaryRef> dictionary(CopyDictionary(inMessage), false);
+  if (dictionary != nullptr) {
     *this = inMessage;
   } else {
     ResetFormat();
@@ -127,10 +124,8 @@ TMBAudioClientInfo& TMBAudioClientInfo::operator=(const TMBAudioClientInfo& inOt
 }
 
 TMBAudioClientInfo& TMBAudioClientInfo::operator=(const __CFData* inMessage) {
-  if (CFDictionaryRef dictionary = CopyDictionary(inMessage)) {
-    ReadDictionary(dictionary);
-    CFRelease(dictionary);
-  }
+  cfarptr<CFDictionaryRef> dictionary(CopyDictionary(inMessage), false);
+  if (dictionary != nullptr) ReadDictionary(dictionary);
   return *this;
 }
 
@@ -161,10 +156,12 @@ void TMBAudioClientInfo::ReadDictionary(CFDictionaryRef inDictionary) {
 }
 
 CFDataRef TMBAudioClientInfo::CopyMessageData(bool inFull) const {
-  CFMutableDictionaryRef dictionary = CFDictionaryCreateMutable(
-      kCFAllocatorDefault, 11, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+  cfarptr<CFMutableDictionaryRef> dictionary(
+      CFDictionaryCreateMutable(kCFAllocatorDefault, 11, &kCFTypeDictionaryKeyCallBacks,
+                                &kCFTypeDictionaryValueCallBacks),
+      false);
   if (dictionary == nullptr) return nullptr;
-  auto add = [dictionary](CFStringRef inKey, const void* inValue) {
+  auto add = [&dictionary](CFStringRef inKey, const void* inValue) {
     AddNumber(dictionary, inKey, kCFNumberSInt32Type, inValue);
   };
   add(kTMBAudioMessageDataClientUIDKey, &mClientUID);
@@ -181,8 +178,6 @@ CFDataRef TMBAudioClientInfo::CopyMessageData(bool inFull) const {
     add(kTMBAudioMessageDataBitsPerChannelKey, &mStreamFormat.mBitsPerChannel);
     add(kTMBAudioMessageDataChannelsPerFrameKey, &mStreamFormat.mChannelsPerFrame);
   }
-  CFDataRef data = __TMBCFPropertyListCreateData(kCFAllocatorDefault, dictionary,
-                                                 kCFPropertyListBinaryFormat_v1_0, 0, nullptr);
-  CFRelease(dictionary);
-  return data;
+  return __TMBCFPropertyListCreateData(kCFAllocatorDefault, dictionary,
+                                       kCFPropertyListBinaryFormat_v1_0, 0, nullptr);
 }

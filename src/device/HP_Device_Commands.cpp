@@ -15,7 +15,7 @@ void HP_Device::ExecuteCommand(HP_Command* inCommand) {
     // The I/O thread has the guard already; anyone else would meet it here.
     CAMutex::Locker theLocker(GetIOGuard());
     mCommandList.insert(mCommandList.begin(), inCommand);
-    theCommand.release();
+    static_cast<void>(theCommand.release());
     // So that ExecuteAllCommands does not allocate.
     mCommandScratchList.reserve(mCommandList.size());
     return;

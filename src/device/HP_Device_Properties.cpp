@@ -2,6 +2,7 @@
 // number nor a name have their own lines below it.
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstring>
 #include <iterator>
@@ -99,7 +100,6 @@ constexpr Property Other(AudioObjectPropertySelector inSelector,
   return {inSelector, Kind::kOther, inHas, nullptr, nullptr};
 }
 
-// In the order of the selectors' values.
 constexpr Property kProperties[] = {
     Other(kAudioDevicePropertyRelatedDevices),
     Other(kAudioDevicePropertyActualSampleRate),
@@ -175,19 +175,34 @@ constexpr Property kProperties[] = {
          [](const HP_Device& d, const Address&) -> CFTypeRef { return d.CopyDeviceUID(); }),
 };
 
-static_assert(std::is_sorted(std::begin(kProperties), std::end(kProperties),
-                             [](const Property& inLeft, const Property& inRight) {
-                               return inLeft.mSelector < inRight.mSelector;
-                             }));
+// Where in the table a selector stands: a property read is the call that clients make most, so it
+// is found by a hash and, rarely, a step or two on. Twice and more slots than entries.
+constexpr UInt32 kNumberSlots = 128;
+constexpr UInt8 kEmptySlot = 0xFF;
+
+constexpr UInt32 GetSlot(AudioObjectPropertySelector inSelector) {
+  return (inSelector * 0x9E3779B1U) >> 25;
+}
+
+constexpr auto kSlots = [] {
+  std::array<UInt8, kNumberSlots> theSlots{};
+  theSlots.fill(kEmptySlot);
+  for (size_t i = 0; i < std::size(kProperties); ++i) {
+    UInt32 theSlot = GetSlot(kProperties[i].mSelector);
+    while (theSlots[theSlot] != kEmptySlot) theSlot = (theSlot + 1) % kNumberSlots;
+    theSlots[theSlot] = static_cast<UInt8>(i);
+  }
+  return theSlots;
+}();
+static_assert(std::size(kProperties) * 2 <= kNumberSlots);
 
 const Property* FindProperty(AudioObjectPropertySelector inSelector) {
-  const Property* theEnd = std::end(kProperties);
-  const Property* theProperty =
-      std::lower_bound(std::begin(kProperties), theEnd, inSelector,
-                       [](const Property& inProperty, AudioObjectPropertySelector inValue) {
-                         return inProperty.mSelector < inValue;
-                       });
-  return theProperty != theEnd && theProperty->mSelector == inSelector ? theProperty : nullptr;
+  for (UInt32 theSlot = GetSlot(inSelector); kSlots[theSlot] != kEmptySlot;
+       theSlot = (theSlot + 1) % kNumberSlots) {
+    const Property& theProperty = kProperties[kSlots[theSlot]];
+    if (theProperty.mSelector == inSelector) return &theProperty;
+  }
+  return nullptr;
 }
 
 CACFString CopyText(const Property& inProperty, const HP_Device& inDevice,

@@ -4,6 +4,7 @@
 #include <mach/mach.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "device/HP_Device.h"
@@ -26,7 +27,7 @@ IOBuffer* AllocateIOBuffer(UInt32 inDataByteSize, UInt32 inPaddingByteSize, UInt
       theAddress == 0) {
     return nullptr;
   }
-  IOBuffer* theBuffer = reinterpret_cast<IOBuffer*>(theAddress);
+  IOBuffer* theBuffer = std::bit_cast<IOBuffer*>(theAddress);
   std::memset(static_cast<void*>(theBuffer), 0, theByteSize);
   theBuffer->mActualDataByteSize = inDataByteSize;
   theBuffer->mActualDataFrameSize = inFrameSize;

@@ -2,10 +2,8 @@
 
 #include <algorithm>
 
-#include "device/HP_Device.h"
 #include "formats/AvailableFormatList.h"
 #include "formats/HP_Stream.h"
-#include "objects/CAPropertyAddress.h"
 #include "support/CAException.h"
 
 namespace {

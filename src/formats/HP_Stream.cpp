@@ -3,8 +3,6 @@
 #include "device/HP_Device.h"
 #include "formats/HP_FormatList.h"
 #include "objects/CAPropertyAddress.h"
-#include "support/CAException.h"
-#include "support/CAMutex.h"
 
 HP_Stream::HP_Stream(AudioStreamID inAudioStreamID, HP_HardwarePlugIn* inPlugIn,
                      HP_Device* inOwningDevice, bool inIsInput,

@@ -5,7 +5,6 @@
 
 #include "device/HP_Device.h"
 #include "formats/HP_Stream.h"
-#include "objects/CAPropertyAddress.h"
 #include "support/CAException.h"
 #include "support/CAMutex.h"
 
@@ -136,22 +135,8 @@ void HP_Stream::SetPropertyData(const AudioObjectPropertyAddress& inAddress,
 }
 
 void HP_Stream::Show() const {
-  char theName[256] = "";
-  try {
-    CFStringRef theString = nullptr;
-    UInt32 theSize = sizeof(theString);
-    GetPropertyData(CAPropertyAddress(kAudioObjectPropertyName), 0, nullptr, theSize, &theString);
-    if (theString != nullptr) {
-      CFIndex theLength = 0;
-      CFStringGetBytes(theString, CFRangeMake(0, CFStringGetLength(theString)),
-                       kCFStringEncodingUTF8, 0, false, reinterpret_cast<UInt8*>(theName),
-                       sizeof(theName) - 1, &theLength);
-      theName[theLength] = '\0';
-      CFRelease(theString);
-    }
-  } catch (...) {
-    // It goes without its name.
-  }
+  char theName[256];
+  GetNameText(theName, sizeof(theName));
   std::printf(
       "AudioObjectID:\t0x%lX\n\tClass:\t\t%s\n\tName:\t\t%s\n\tDirection:\t%s\n\tChannels:\t%lu\n",
       static_cast<unsigned long>(GetObjectID()), "Audio Stream", theName,

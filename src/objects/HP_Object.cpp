@@ -39,25 +39,24 @@ CAMutex* HP_Object::GetObjectStateMutex() {
 }
 
 void HP_Object::Show() const {
-  char theName[256] = "";
-  try {
-    CACFString theString(CopyNameProperty());
-    UInt32 theSize = sizeof(theName);
-    theString.GetCString(theName, theSize, kCFStringEncodingUTF8);
-  } catch (...) {
-    theName[0] = 0;
-  }
+  char theName[256];
+  GetNameText(theName, sizeof(theName));
   const char theClass[5] = {static_cast<char>(mClassID >> 24), static_cast<char>(mClassID >> 16),
                             static_cast<char>(mClassID >> 8), static_cast<char>(mClassID), 0};
   std::printf("AudioObjectID:\t\t0x%lX\n\tAudioClassID:\t'%s'\n\tName:\t\t\t%s\n",
               static_cast<unsigned long>(mObjectID), theClass, theName);
 }
 
-CFStringRef HP_Object::CopyNameProperty() const {
-  CFStringRef theName = nullptr;
-  UInt32 theSize = sizeof(theName);
-  GetPropertyData(CAPropertyAddress(kAudioObjectPropertyName), 0, nullptr, theSize, &theName);
-  return theName;
+void HP_Object::GetNameText(char* outText, UInt32 inSize) const noexcept {
+  outText[0] = 0;
+  try {
+    CFStringRef theName = nullptr;
+    UInt32 theSize = sizeof(theName);
+    GetPropertyData(CAPropertyAddress(kAudioObjectPropertyName), 0, nullptr, theSize, &theName);
+    CACFString(theName).GetCString(outText, inSize, kCFStringEncodingUTF8);
+  } catch (...) {
+    // It goes without its name.
+  }
 }
 
 bool HP_Object::HasProperty(const AudioObjectPropertyAddress& inAddress) const {

@@ -79,10 +79,12 @@ class HP_Object {
   PropertyList::iterator FindPropertyByAddress(const AudioObjectPropertyAddress& inAddress);
   // The first helper with a congruent address that is active, or null.
   HP_Property* FindActivePropertyByAddress(const AudioObjectPropertyAddress& inAddress) const;
+  // The object's own name as UTF-8, cut to inSize bytes with its terminator, for Show; empty if
+  // there is none or reading it throws.
+  void GetNameText(char* outText, UInt32 inSize) const noexcept;
 
  private:
   HP_Property& GetActiveProperty(const AudioObjectPropertyAddress& inAddress) const;
-  CFStringRef CopyNameProperty() const;
 
   AudioObjectID mObjectID;
   const AudioClassID mClassID;

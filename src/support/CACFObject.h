@@ -4,10 +4,9 @@
 
 // Purpose: holds one platform reference of type T and gives it back at the end of its life.
 // Thread: as the object that it holds.
-// Ownership: made from a reference, it takes that reference over, unless inWillRelease is false:
-// then
-//   it only borrows. A copy has a reference of its own if the original owns one. Get hands out a
-//   borrowed reference, Copy one that the caller releases.
+// Ownership: made from a reference, it takes that reference over; with inWillRelease false it only
+//   borrows. A copy has a reference of its own if the original owns one. Get hands out a borrowed
+//   reference, Copy one that the caller releases.
 // Units and range: none.
 // Failure: none; a null reference is allowed everywhere and is not valid.
 template <class T>
@@ -27,9 +26,9 @@ class CACFObject {
     }
     return *this;
   }
-  // Takes over the reference.
+  // Takes over the reference, also one of the object that it holds.
   CACFObject& operator=(T inObject) {
-    if (inObject != mObject) Release();
+    Release();
     mObject = inObject;
     mWillRelease = true;
     return *this;

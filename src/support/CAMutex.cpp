@@ -13,21 +13,21 @@ CAMutex::~CAMutex() {
 }
 
 bool CAMutex::Lock() {
-  if (CAMutex::IsOwnedByCurrentThread()) return false;
+  if (IsSelfOwner()) return false;
   if (int theError = pthread_mutex_lock(&mMutex)) throw CAException(theError);
   mOwner.store(pthread_self(), std::memory_order_relaxed);
   return true;
 }
 
 void CAMutex::Unlock() {
-  if (!CAMutex::IsOwnedByCurrentThread()) return;
+  if (!IsSelfOwner()) return;
   mOwner.store(pthread_t{}, std::memory_order_relaxed);
   if (int theError = pthread_mutex_unlock(&mMutex)) throw CAException(theError);
 }
 
 bool CAMutex::Try(bool& outWasLocked) {
   outWasLocked = false;
-  if (CAMutex::IsOwnedByCurrentThread()) return true;
+  if (IsSelfOwner()) return true;
   int theError = pthread_mutex_trylock(&mMutex);
   if (theError == EBUSY) return false;
   if (theError != 0) throw CAException(theError);
@@ -41,16 +41,10 @@ bool CAMutex::IsFree() const {
 }
 
 bool CAMutex::IsOwnedByCurrentThread() const {
-  return pthread_equal(mOwner.load(std::memory_order_relaxed), pthread_self()) != 0;
+  return IsSelfOwner();
 }
 
-CAMutex::Locker::Locker(CAMutex& inMutex) : mMutex(&inMutex), mNeedsRelease(inMutex.Lock()) {}
-
-CAMutex::Locker::Locker(CAMutex* inMutex)
-    : mMutex(inMutex), mNeedsRelease(inMutex != nullptr && inMutex->Lock()) {}
-
-CAMutex::Locker::~Locker() {
-  if (!mNeedsRelease) return;
+void CAMutex::Locker::Release() {
   try {
     mMutex->Unlock();
   } catch (const CAException&) {

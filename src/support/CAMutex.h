@@ -36,18 +36,32 @@ class CA_CAPABILITY("mutex") CAMutex {
   // Locks for a scope, unless this thread has the lock already. A null mutex is no lock at all.
   class CA_SCOPED_CAPABILITY Locker {
    public:
-    explicit Locker(CAMutex& inMutex) CA_ACQUIRE(inMutex);
-    explicit Locker(CAMutex* inMutex) CA_ACQUIRE(inMutex);
-    ~Locker() CA_RELEASE();
+    // Inline, for a property call nests several: all but the outermost are told here.
+    explicit Locker(CAMutex& inMutex) CA_ACQUIRE(inMutex)
+        : mMutex(&inMutex), mNeedsRelease(!inMutex.IsSelfOwner() && inMutex.Lock()) {}
+    explicit Locker(CAMutex* inMutex) CA_ACQUIRE(inMutex)
+        : mMutex(inMutex),
+          mNeedsRelease(inMutex != nullptr && !inMutex->IsSelfOwner() && inMutex->Lock()) {}
+    ~Locker() CA_RELEASE() {
+      if (mNeedsRelease) Release();
+    }
     Locker(const Locker&) = delete;
     Locker& operator=(const Locker&) = delete;
 
    private:
+    void Release();
+
     CAMutex* mMutex;
     bool mNeedsRelease;
   };
 
  protected:
+  // A free mutex is told without asking who asks.
+  bool IsSelfOwner() const noexcept {
+    const pthread_t theOwner = mOwner.load(std::memory_order_relaxed);
+    return theOwner != pthread_t{} && pthread_equal(theOwner, pthread_self()) != 0;
+  }
+
   const char* mName;
   // Read without the lock, for the owner test: a thread sees itself here only if it stored itself.
   std::atomic<pthread_t> mOwner;

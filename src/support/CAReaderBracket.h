@@ -14,8 +14,8 @@
 // (sequentially consistent) order for them.
 //
 // Thread: Enter and Leave belong to one thread at a time and never wait; WaitForReader may be
-// called by any
-//   thread outside the bracket and yields until a reader that was inside has left.
+// called
+//   by any thread outside the bracket and yields until a reader that was inside has left.
 // Ownership: none.
 // Units and range: the count is odd inside; it wraps after 2^64 changes.
 // Failure: none.

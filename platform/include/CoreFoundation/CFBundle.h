@@ -27,7 +27,6 @@ CF_EXPORT CFTypeID CFBundleGetTypeID(void);
 CF_EXPORT CFBundleRef CFBundleGetMainBundle(void);
 // Among the bundles of this process that are alive; null if none has that identifier.
 CF_EXPORT CFBundleRef CFBundleGetBundleWithIdentifier(CFStringRef bundleID);
-CF_EXPORT CFArrayRef CFBundleGetAllBundles(void);
 // Null unless the URL names a directory with a readable Contents/Info.plist.
 CF_EXPORT CFBundleRef CFBundleCreate(CFAllocatorRef allocator, CFURLRef bundleURL);
 // Every bundle in the directory with that type (null: any type).

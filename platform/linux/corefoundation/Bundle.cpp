@@ -219,28 +219,6 @@ CFBundleRef CFBundleGetBundleWithIdentifier(CFStringRef inIdentifier) {
   return nullptr;
 }
 
-CFArrayRef CFBundleGetAllBundles() {
-  return Guarded([]() -> CFArrayRef {
-    CFBundleGetMainBundle();
-    // The result is borrowed, so the last one of each thread stays until its next call.
-    thread_local Owned<CFMutableArrayRef> sBundles;
-    std::vector<Owned<CFBundleRef>> live;
-    {
-      Registry& registry = SharedRegistry();
-      tembra::MutexLock lock(registry.mMutex);
-      live.reserve(registry.mBundles.size());
-      for (const auto& [path, bundle] : registry.mBundles) {
-        if (bundle->TryRetain()) live.emplace_back(bundle);
-      }
-    }
-    Owned<CFMutableArrayRef> bundles(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
-    if (!bundles) return nullptr;
-    for (const auto& bundle : live) CFArrayAppendValue(bundles, bundle);
-    sBundles = std::move(bundles);
-    return sBundles;
-  });
-}
-
 CFArrayRef CFBundleCreateBundlesFromDirectory(CFAllocatorRef inAllocator, CFURLRef inURL,
                                               CFStringRef inType) {
   return Guarded([&]() -> CFArrayRef {

@@ -247,11 +247,9 @@ OSStatus Host::SetDefaultDevice(DefaultKind inKind, AudioObjectID inDevice) {
   if (!CanBeDefault(inDevice, inKind)) {
     return kAudioHardwareIllegalOperationError;
   }
-  const AudioObjectID before = GetDefaultDevice(inKind);
   mChosenDefaults[static_cast<size_t>(inKind)] = inDevice;
-  if (before != inDevice) {
-    PostChange(kAudioObjectSystemObject, SelectorOf(inKind));
-  }
+  // One thread alone compares and tells, so that no change is told twice.
+  mListeners.PostDevicesChanged();
   return kAudioHardwareNoError;
 }
 

@@ -132,17 +132,17 @@ void ListenerCenter::Run() {
   pthread_setname_np("tembra.hal.notify");
   tIsDeliveryThread = true;
   for (;;) {
-    std::deque<Event> events;
     {
       MutexLock lock(mQueueMutex);
       while (mQueue.empty()) {
         mQueueFilled.wait(mQueueMutex);
       }
-      events.swap(mQueue);
+      mDelivering.swap(mQueue);
     }
-    for (const Event& event : events) {
+    for (const Event& event : mDelivering) {
       Deliver(event);
     }
+    mDelivering.clear();
   }
 }
 

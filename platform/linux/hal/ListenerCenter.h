@@ -92,6 +92,7 @@ class ListenerCenter {
   Mutex mQueueMutex;
   ConditionVariable mQueueFilled;
   std::deque<Event> mQueue TEMBRA_GUARDED_BY(mQueueMutex);
+  std::deque<Event> mDelivering;  // the delivery thread's own
   bool mHasThread TEMBRA_GUARDED_BY(mQueueMutex) = false;
 };
 

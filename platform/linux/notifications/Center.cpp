@@ -7,6 +7,7 @@
 
 #include <algorithm>
 
+#include "base/ExitLock.h"
 #include "base/ForkHandlers.h"
 #include "base/ServiceThread.h"
 #include "notifications/Counters.h"
@@ -46,7 +47,7 @@ void UnlockInChild() TEMBRA_NO_THREAD_SAFETY_ANALYSIS {
 __attribute__((destructor)) void CleanUpAtExit() TEMBRA_NO_THREAD_SAFETY_ANALYSIS {
   CFNotificationCenterRef center = sCenter.load(std::memory_order_acquire);
   // A thread that was stopped in the middle keeps its lock; then the names stay as leftovers.
-  if (!center || !gNotificationLock.try_lock()) return;
+  if (!center || !tembra::LockWithin(gNotificationLock, tembra::kExitPatience)) return;
   center->RemoveNames();
   gNotificationLock.unlock();
 }
@@ -111,7 +112,7 @@ void __CFNotificationCenter::ForgetParent() {
   mUser = {};
   mShared = {};
   mQueue.clear();
-  mForeignQueued = 0;
+  mForeignQueued = mQueuedBytes = 0;
 }
 
 void __CFNotificationCenter::RemoveNames() {
@@ -247,11 +248,13 @@ void __CFNotificationCenter::Receive(int inSocket, Scope inScope) {
 void __CFNotificationCenter::Enqueue(std::string inDatagram, bool inForeign) {
   {
     MutexLock lock(gNotificationLock);
-    if (mQueue.size() >= kMaxQueued || (inForeign && mForeignQueued >= kMaxForeign)) {
+    if (mQueue.size() >= kMaxQueued || mQueuedBytes + inDatagram.size() > kMaxQueuedBytes ||
+        (inForeign && mForeignQueued >= kMaxForeign)) {
       Count(gCounters.overflowed);
       return;
     }
     if (inForeign) ++mForeignQueued;
+    mQueuedBytes += inDatagram.size();
     mQueue.push_back({std::move(inDatagram), inForeign});
   }
   mArrivals.fetch_add(1, std::memory_order_release);
@@ -272,6 +275,7 @@ void __CFNotificationCenter::DeliveryThread(void* inCenter) {
         next = std::move(center->mQueue.front());
         center->mQueue.pop_front();
         if (next.foreign) --center->mForeignQueued;
+        center->mQueuedBytes -= next.datagram.size();
         found = true;
       }
     }

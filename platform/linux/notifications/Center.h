@@ -17,9 +17,10 @@ namespace tembra::notifications {
 // fork finds it free.
 extern Mutex gNotificationLock;
 
-// Posts of other users that may wait for the delivery thread, and all posts.
+// Posts of other users that may wait for the delivery thread, and all posts and their bytes.
 constexpr size_t kMaxForeign = 256;
 constexpr size_t kMaxQueued = 16384;
+constexpr size_t kMaxQueuedBytes = 64 << 20;
 
 }  // namespace tembra::notifications
 
@@ -80,6 +81,7 @@ struct __CFNotificationCenter final : tembra::cf::Object {
   Receiver mUser TEMBRA_GUARDED_BY(tembra::notifications::gNotificationLock);
   Receiver mShared TEMBRA_GUARDED_BY(tembra::notifications::gNotificationLock);
   std::deque<Queued> mQueue TEMBRA_GUARDED_BY(tembra::notifications::gNotificationLock);
+  size_t mQueuedBytes TEMBRA_GUARDED_BY(tembra::notifications::gNotificationLock) = 0;
   size_t mForeignQueued TEMBRA_GUARDED_BY(tembra::notifications::gNotificationLock) = 0;
   // Moves with each datagram; the delivery thread waits on it.
   std::atomic<uint32_t> mArrivals{0};

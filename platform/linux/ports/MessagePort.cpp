@@ -5,6 +5,7 @@
 
 #include <unordered_map>
 
+#include "base/ExitLock.h"
 #include "ports/PortService.h"
 
 using tembra::MutexLock;
@@ -42,7 +43,7 @@ void UnlockInChild() TEMBRA_NO_THREAD_SAFETY_ANALYSIS {
 
 __attribute__((destructor)) void CleanUpAtExit() TEMBRA_NO_THREAD_SAFETY_ANALYSIS {
   // A thread that was stopped in the middle keeps its lock; then the names stay as leftovers.
-  if (!gPortsLock.try_lock()) return;
+  if (!LockWithin(gPortsLock, kExitPatience)) return;
   for (auto& [number, port] : Ports()) {
     if (port->IsValid()) port->CleanUpAtExit();
   }

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -13,6 +14,21 @@
 #include "bundle/FakePlugIn.h"
 #include "support/PrivateRuntime.h"
 #include "support/Program.h"
+
+// Removed when the process that made it ends, not when a forked child of it does.
+class RuntimeOfThisProcess {
+ public:
+  RuntimeOfThisProcess() : mOwner(getpid()), mRuntime(new tembra::test::PrivateRuntime) {}
+  ~RuntimeOfThisProcess() {
+    if (getpid() == mOwner) {
+      delete mRuntime;
+    }
+  }
+
+ private:
+  const pid_t mOwner;
+  const tembra::test::PrivateRuntime* const mRuntime;
+};
 
 // A HAL that loads the fake plug-in and nothing else, anew for each test.
 class HALTest : public testing::Test {
@@ -22,8 +38,7 @@ class HALTest : public testing::Test {
   static std::string PlugIns() { return TEMBRA_BINARY_DIR "/tests/plug-ins"; }
 
   HALTest() {
-    static const tembra::test::PrivateRuntime* const sRuntime = new tembra::test::PrivateRuntime;
-    static_cast<void>(sRuntime);
+    static const RuntimeOfThisProcess sRuntime;
     setenv("TEMBRA_HAL_PLUGIN_PATH", PlugIns().c_str(), 1);
     static void* const sImage =
         dlopen((PlugIns() + "/Fake.plugin/Contents/Linux/FakePlugIn").c_str(), RTLD_NOW);
@@ -37,7 +52,7 @@ class HALTest : public testing::Test {
     mFake->firstDefaultDevice = 0;
     mFake->reportsDeaths = true;
     mFake->duringInitialize = mFake->duringTeardown = mFake->duringGet = nullptr;
-    mFake->deviceIDs.clear();
+    mFake->SetDevices({});
     mFake->objectID = 0;
     mFake->references = mFake->instances = mFake->initialized = mFake->tornDown = 0;
     mFake->frameSize = 512;

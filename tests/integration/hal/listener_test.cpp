@@ -73,14 +73,17 @@ class Listeners : public HALTest {
                                      inAddresses.data()),
         0);
   }
-  // Returns when all that was posted before has been delivered on the host's thread.
+  // Returns when all that was posted before has been delivered on the host's thread, and what the
+  // host posted there in consequence.
   void Drain() {
-    Heard last;
     const AudioObjectPropertyAddress address = Address('last');
-    ASSERT_EQ(Add(mDevice, address, last), 0);
-    Post({address});
-    EXPECT_EQ(last.Take(1).size(), 1U);
-    ASSERT_EQ(Remove(mDevice, address, last), 0);
+    for (int round = 0; round < 2; ++round) {
+      Heard last;
+      ASSERT_EQ(Add(mDevice, address, last), 0);
+      Post({address});
+      EXPECT_EQ(last.Take(1).size(), 1U);
+      ASSERT_EQ(Remove(mDevice, address, last), 0);
+    }
   }
 
   const AudioObjectID mDevice;
@@ -436,6 +439,7 @@ TEST_F(Listeners, ManyThreadsLeaveThePlugInRightlyTold) {
 }
 
 TEST_F(Listeners, HearOfADeathBeforeTheyGo) {
+  Drain();
   Heard heard;
   const auto address = Address('livn');
   ASSERT_EQ(Add(mDevice, address, heard), 0);
@@ -443,7 +447,7 @@ TEST_F(Listeners, HearOfADeathBeforeTheyGo) {
   ASSERT_EQ(Add(kSystem, Address('dev#'), system), 0);
   Post({address});
   ASSERT_EQ(AudioObjectsPublishedAndDied(mFake->self, kSystem, 0, nullptr, 1, &mDevice), 0);
-  mFake->deviceIDs.clear();
+  mFake->SetDevices({});
   EXPECT_THAT(heard.Take(1), ElementsAre("livn/glob/0"));
   EXPECT_THAT(system.Take(1), ElementsAre("dev#/glob/0"));
   EXPECT_TRUE(WaitUntil([&] {
@@ -460,7 +464,7 @@ TEST_F(Listeners, OfTheSystemObjectHearOfDevicesAndDefaults) {
   heard.Take(0);
   AudioObjectID next = 0;
   ASSERT_EQ(AudioObjectCreate(mFake->self, kSystem, 'adev', &next), 0);
-  mFake->deviceIDs.push_back(next);
+  mFake->SetDevices({mDevice, next});
   ASSERT_EQ(AudioObjectsPublishedAndDied(mFake->self, kSystem, 1, &next, 0, nullptr), 0);
   EXPECT_THAT(heard.Take(2), ElementsAre("ownd/glob/0", "dev#/glob/0"));
   Set(kSystem, 'dOut', next);
@@ -474,12 +478,14 @@ TEST_F(Listeners, OfTheSystemObjectHearOfDevicesAndDefaults) {
 
 TEST_F(Listeners, OfTheSystemObjectOutliveAnUnload) {
   Heard heard;
+  Drain();
   ASSERT_EQ(Add(kSystem, Address('dOut'), heard), 0);
   Drain();
   heard.Take(0);
   EXPECT_EQ(AudioHardwareUnload(), 0);
+  EXPECT_EQ(heard.Take(1).size(), 1U) << "gone";
   EXPECT_EQ(Devices().size(), 1U);
-  EXPECT_THAT(heard.Take(2).size(), 2U) << "gone, and there again";
+  EXPECT_EQ(heard.Take(1).size(), 1U) << "and there again";
   ASSERT_EQ(Remove(kSystem, Address('dOut'), heard), 0);
 }
 

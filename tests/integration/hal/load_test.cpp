@@ -88,7 +88,7 @@ TEST_F(Load, AFailingInitializationLeavesNothing) {
   mFake->duringInitialize = [this] {
     AudioObjectID id = 0;
     EXPECT_EQ(AudioObjectCreate(mFake->self, kSystem, 'adev', &id), 0);
-    mFake->deviceIDs = {id};
+    mFake->SetDevices({id});
     EXPECT_EQ(AudioObjectsPublishedAndDied(mFake->self, kSystem, 1, &id, 0, nullptr), 0);
   };
   mFake->reportsDeaths = false;

@@ -154,7 +154,7 @@ TEST_F(Objects, ADeadOneIsUnknownForGood) {
   EXPECT_THAT(Devices(), IsEmpty());
   EXPECT_EQ(Publish(kSystem, {device}), OSStatus{kAudioHardwareBadObjectError});
   EXPECT_EQ(Publish(kSystem, {}, {device}), OSStatus{kAudioHardwareBadObjectError});
-  mFake->deviceIDs.clear();
+  mFake->SetDevices({});
 }
 
 TEST_F(Objects, PublishingIsAllOrNothing) {

@@ -23,7 +23,7 @@ class SystemObject : public HALTest {
 TEST_F(SystemObject, ListsDevicesInTheOrderOfPublication) {
   mFake->devices = 3;
   EXPECT_THAT(Devices(), SizeIs(3));
-  EXPECT_EQ(Devices(), mFake->deviceIDs);
+  EXPECT_EQ(Devices(), mFake->Devices());
   EXPECT_THAT(List(kSystem, 'plg#'), ElementsAre(mFake->objectID));
 }
 
@@ -58,7 +58,7 @@ TEST_F(SystemObject, ADefaultCanBeChosenAndIsGivenUpWithItsDevice) {
   EXPECT_EQ(Set(kSystem, 'dOut', mFake->objectID), OSStatus{kAudioHardwareBadDeviceError});
   EXPECT_EQ(Number(kSystem, 'dOut'), devices[2]);
   EXPECT_EQ(AudioObjectsPublishedAndDied(mFake->self, kSystem, 0, nullptr, 1, &devices[2]), 0);
-  mFake->deviceIDs.pop_back();
+  mFake->SetDevices({devices[0], devices[1]});
   EXPECT_EQ(Number(kSystem, 'dOut'), devices[1]);
 }
 

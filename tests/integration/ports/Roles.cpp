@@ -7,11 +7,14 @@
 #include <atomic>
 #include <thread>
 
+#include "corefoundation/Object.h"
+
 namespace tembra::test {
 namespace {
 
-CFStringRef MakeName(const std::string& inName) {
-  return CFStringCreateWithCString(nullptr, inName.c_str(), kCFStringEncodingUTF8);
+cf::Owned<CFStringRef> MakeName(const std::string& inName) {
+  return cf::Owned<CFStringRef>(
+      CFStringCreateWithCString(nullptr, inName.c_str(), kCFStringEncodingUTF8));
 }
 
 CFDataRef Answer(CFMessagePortRef, SInt32 inIdentifier, CFDataRef inData, void*) {

@@ -190,6 +190,8 @@ TEST_F(Ports, ASendToAStoppedOwnerIsQueuedOrLostAndNeverWaits) {
   auto remote = Remote("stopped");
   ASSERT_NE(remote, nullptr);
   server->Signal(SIGSTOP);
+  int status = 0;
+  ASSERT_EQ(waitpid(server->Pid(), &status, WUNTRACED), server->Pid());
   const std::string block(4096, 'b');
   int queued = 0;
   SInt32 result;

@@ -161,8 +161,8 @@ TEST_P(BothFormats, WhatIsNoPropertyListIsRefusedWithAnError) {
 }
 
 TEST_P(BothFormats, GoesThroughFileStreams) {
-  std::string path =
-      testing::TempDir() + "/list-" + std::to_string(GetParam()) + "-" + std::to_string(getpid());
+  std::string path = std::string(TEMBRA_BINARY_DIR) + "/list-" + std::to_string(GetParam()) + "-" +
+                     std::to_string(getpid());
   Owned<CFURLRef> url(
       CFURLCreateFromFileSystemRepresentation(nullptr, reinterpret_cast<const UInt8*>(path.data()),
                                               static_cast<CFIndex>(path.size()), false));

@@ -18,7 +18,7 @@ namespace tembra::test {
 namespace {
 
 constexpr int kWalks = 100000;
-constexpr int kShards = 5;
+constexpr int kShards = 10;
 constexpr int kWalksOfADevice = 500;
 constexpr int kMaximumSteps = 20;
 

@@ -147,6 +147,7 @@ TEST_F(Pool, RemovingHandleZeroLeavesThePoolAlone) {
 
 TEST_F(Pool, ADeviceIsInThePoolForItsLife) {
   TMBACLN_Device* pointer = nullptr;
+  const int ended = sLoopsEnded;
   {
     ClientDevice device;
     pointer = &*device;
@@ -155,6 +156,8 @@ TEST_F(Pool, ADeviceIsInThePoolForItsLife) {
     EXPECT_EQ(TMBACLN_Device::getFromPool(handle), pointer);
   }
   EXPECT_EQ(TMBACLN_Device::getHandleFromPool(pointer), 0u);
+  // The thread outlives the device for a moment; the tests after this one count loops.
+  WaitUntil([&] { return sLoopsEnded == ended + 1; });
 }
 
 TEST_F(Pool, ACallbackForAnUnknownPointerDoesNotTouchIt) {

@@ -120,6 +120,16 @@ TEST_F(DeviceFormatList, IntersectionHasWhatAllStreamsShare) {
   EXPECT_EQ(Rates(), (RatePairs{{8000, 96000}}));
 }
 
+TEST_F(DeviceFormatList, IntersectionOfThreeStreamsKeepsNothingOfTheFirst) {
+  mDevice.AddStreamWithFormat(true, Int16Format(44100), 8000, 96000);
+  mDevice.AddStreamWithFormat(false, Int16Format(44100), 32000, 48000, 1);
+  mDevice.AddStreamWithFormat(false, Int16Format(44100), 44100, 88200, 3);
+  const IntersectingFormatList theFormats(&mDevice);
+  CAAudioValueRangeList theRanges;
+  theFormats.GatherAvailableNominalSampleRateRanges(theRanges);
+  EXPECT_EQ(Pairs(theRanges), (RatePairs{{44100, 48000}}));
+}
+
 TEST_F(DeviceFormatList, IntersectionWithAStreamWithoutRatesIsEmpty) {
   for (const bool isEmptyFirst : {true, false}) {
     FormatDevice theDevice;

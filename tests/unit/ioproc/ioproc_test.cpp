@@ -50,6 +50,10 @@ class IOProcTest : public testing::Test {
   void Call(HP_IOProc& inIOProc, Float64 inInputTime = 0, Float64 inOutputTime = 0) {
     inIOProc.Call(At(0), At(inInputTime), nullptr, At(inOutputTime), nullptr);
   }
+  static void Free(HP_IOProc& ioIOProc) {
+    ioIOProc.FreeBufferList(true);
+    ioIOProc.FreeBufferList(false);
+  }
   static float* Samples(const HP_IOProc& inIOProc, UInt32 inIndex = 0) {
     return static_cast<float*>(inIOProc.GetAudioBufferList(false)->mBuffers[inIndex].mData);
   }
@@ -205,7 +209,7 @@ TEST_F(IOProcTest, StreamIsToldOfTheHeaderIfTheSetIncludesIt) {
   const SimulatedStream::Registration theRegistration{7, 512 * 8 + 16,
                                                       theIOProc.GetIOBufferList(false)[0]};
   EXPECT_THAT(theStream->mRegistrations, testing::ElementsAre(theRegistration));
-  theIOProc.FreeBufferList(false);
+  Free(theIOProc);
   EXPECT_THAT(theStream->mUnregistrations, testing::ElementsAre(theRegistration));
 }
 
@@ -224,7 +228,7 @@ TEST_F(IOProcTest, UnwantedStreamHasANullBufferAndACorrectSize) {
   EXPECT_EQ(theEntry.mData, nullptr);
   EXPECT_EQ(theEntry.mDataByteSize, 512u * 8);
   EXPECT_EQ(theEntry.mNumberChannels, 2u);
-  theIOProc.FreeBufferList(false);
+  Free(theIOProc);
 }
 
 TEST_F(IOProcTest, RecordWithoutStorageHasNullDataOnly) {
@@ -235,7 +239,7 @@ TEST_F(IOProcTest, RecordWithoutStorageHasNullDataOnly) {
   EXPECT_THAT(theIOProc.GetIOBufferList(false), testing::ElementsAre(nullptr));
   EXPECT_EQ(theIOProc.GetAudioBufferList(false)->mBuffers[0].mData, nullptr);
   EXPECT_TRUE(theStream->mRegistrations.empty());
-  theIOProc.FreeBufferList(false);
+  Free(theIOProc);
 }
 
 TEST_F(IOProcTest, FreeingSkipsTheUnregistrationOfAStreamThatIsGone) {
@@ -244,7 +248,7 @@ TEST_F(IOProcTest, FreeingSkipsTheUnregistrationOfAStreamThatIsGone) {
   theIOProc.Start();
   theIOProc.AllocateBufferLists();
   mDevice.RemoveStream(theStream);
-  theIOProc.FreeBufferList(false);
+  Free(theIOProc);
   EXPECT_TRUE(theStream->mUnregistrations.empty());
   EXPECT_TRUE(theIOProc.GetIOBufferList(false).empty());
 }
@@ -264,7 +268,7 @@ TEST_F(IOProcTest, RefreshClearsOutputAndRestoresTheEntry) {
   EXPECT_EQ(theEntry.mDataByteSize, 512u * 8);
   EXPECT_EQ(theEntry.mData, theData);
   EXPECT_FALSE(theIOProc.BufferListHasData(false));
-  theIOProc.FreeBufferList(false);
+  Free(theIOProc);
 }
 
 TEST_F(IOProcTest, RefreshOfAnEntryWithoutBufferGivesItsSizeAndNullData) {
@@ -279,7 +283,7 @@ TEST_F(IOProcTest, RefreshOfAnEntryWithoutBufferGivesItsSizeAndNullData) {
   EXPECT_EQ(theEntry.mNumberChannels, 2u);
   EXPECT_EQ(theEntry.mDataByteSize, 512u * 8);
   EXPECT_EQ(theEntry.mData, nullptr);
-  theIOProc.FreeBufferList(false);
+  Free(theIOProc);
 }
 
 TEST_F(IOProcTest, InputIsNotClearedWhileTheProcessDoesIO) {
@@ -292,7 +296,7 @@ TEST_F(IOProcTest, InputIsNotClearedWhileTheProcessDoesIO) {
   theSamples[0] = 1.0f;
   theIOProc.RefreshBufferList(true);
   EXPECT_EQ(theSamples[0], 1.0f);
-  theIOProc.FreeBufferList(true);
+  Free(theIOProc);
 }
 
 TEST_F(IOProcTest, ActualSizesComeFromTheHeaderOrAreCalculated) {
@@ -324,7 +328,7 @@ TEST_F(IOProcTest, SetActualSizeChangesTheListAndARefreshRestoresTheNominalSize)
   EXPECT_EQ(theFrames, 10u);
   EXPECT_EQ(theIOProc.GetIOBufferList(false)[0]->mNominalDataByteSize, 512u * 8);
   theIOProc.SetIOBufferActualDataSize(false, 1, 80, 10);
-  theIOProc.FreeBufferList(false);
+  Free(theIOProc);
 }
 
 TEST_F(IOProcTest, CallPassesAllArgumentsAndItsOwnRefreshedList) {
@@ -343,8 +347,7 @@ TEST_F(IOProcTest, CallPassesAllArgumentsAndItsOwnRefreshedList) {
   EXPECT_EQ(mCalls.mOutput, theIOProc.GetAudioBufferList(false));
   EXPECT_EQ(mCalls.mInput, theIOProc.GetAudioBufferList(true));
   EXPECT_EQ(Samples(theIOProc)[0], 0.0f) << "refreshed before the call";
-  theIOProc.FreeBufferList(true);
-  theIOProc.FreeBufferList(false);
+  Free(theIOProc);
 }
 
 TEST_F(IOProcTest, CallWithoutListsGivesTheEmptyOne) {
@@ -369,8 +372,7 @@ TEST_F(IOProcTest, GivenListsAreUsedUnchanged) {
   EXPECT_EQ(mCalls.mOutput, &theList);
   EXPECT_EQ(theSamples[0], 0.25f);
   EXPECT_EQ(Samples(theIOProc)[0], 1.0f) << "the own list is left alone";
-  theIOProc.FreeBufferList(true);
-  theIOProc.FreeBufferList(false);
+  Free(theIOProc);
 }
 
 TEST_F(IOProcTest, BuffersAreClearedEvenBeforeTheStartTime) {
@@ -382,8 +384,7 @@ TEST_F(IOProcTest, BuffersAreClearedEvenBeforeTheStartTime) {
   Call(theIOProc, 0, 0);
   EXPECT_EQ(mCalls.mCount, 0);
   EXPECT_EQ(Samples(theIOProc)[0], 0.0f);
-  theIOProc.FreeBufferList(true);
-  theIOProc.FreeBufferList(false);
+  Free(theIOProc);
 }
 
 TEST_F(IOProcTest, ThrowingClientIsNotCaughtHere) {
@@ -457,8 +458,7 @@ TEST_F(IOProcTest, ACopySharesTheBuffers) {
     EXPECT_EQ(theAssigned.GetIOProc(), &RecordCall);
   }
   Samples(theIOProc)[0] = 1.0f;  // still there
-  theIOProc.FreeBufferList(true);
-  theIOProc.FreeBufferList(false);
+  Free(theIOProc);
 }
 
 TEST_F(IOProcTest, ACopyHasReferencesOfItsOwn) {

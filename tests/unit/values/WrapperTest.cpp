@@ -101,6 +101,18 @@ TEST(Wrapper, AssignmentReleasesWhatWasThere) {
   CFRelease(theSecond);
 }
 
+TEST(Wrapper, AssignmentOfWhatItHoldsTakesOverTheReferenceToo) {
+  CFMutableStringRef theString = MakeString();
+  CFRetain(theString);
+  {
+    CACFString theWrapper(static_cast<CFStringRef>(theString));
+    theWrapper = theWrapper.CopyCFString();
+    EXPECT_EQ(2, CFGetRetainCount(theString));
+  }
+  EXPECT_EQ(1, CFGetRetainCount(theString));
+  CFRelease(theString);
+}
+
 TEST(Wrapper, OfNothingIsNotValid) {
   EXPECT_FALSE(CACFString().IsValid());
   EXPECT_FALSE(CACFString(static_cast<const char*>(nullptr)).IsValid());

@@ -32,7 +32,7 @@ std::string Line(const std::string& inName, Args... inArgs) {
 }
 
 int IndexOf(AudioObjectID inDevice) {
-  const auto& ids = State().deviceIDs;
+  const std::vector<AudioObjectID> ids = State().Devices();
   const auto found = std::find(ids.begin(), ids.end(), inDevice);
   return found == ids.end() ? -1 : static_cast<int>(found - ids.begin());
 }
@@ -68,17 +68,18 @@ OSStatus Begin() {
   if (state.initializeStatus != 0) {
     return state.initializeStatus;
   }
+  std::vector<AudioObjectID> ids = state.Devices();
   for (int i = 0; i < state.devices; ++i) {
     AudioObjectID id = 0;
     if (const OSStatus status =
             AudioObjectCreate(state.self, kAudioObjectSystemObject, kAudioDeviceClassID, &id)) {
       return status;
     }
-    state.deviceIDs.push_back(id);
+    ids.push_back(id);
   }
+  state.SetDevices(ids);
   return AudioObjectsPublishedAndDied(state.self, kAudioObjectSystemObject,
-                                      static_cast<UInt32>(state.deviceIDs.size()),
-                                      state.deviceIDs.data(), 0, nullptr);
+                                      static_cast<UInt32>(ids.size()), ids.data(), 0, nullptr);
 }
 
 OSStatus Initialize(AudioHardwarePlugInRef) {
@@ -98,12 +99,12 @@ OSStatus Teardown(AudioHardwarePlugInRef inSelf) {
   if (state.duringTeardown) {
     state.duringTeardown();
   }
+  const std::vector<AudioObjectID> ids = state.Devices();
   if (state.reportsDeaths) {
     AudioObjectsPublishedAndDied(inSelf, kAudioObjectSystemObject, 0, nullptr,
-                                 static_cast<UInt32>(state.deviceIDs.size()),
-                                 state.deviceIDs.data());
+                                 static_cast<UInt32>(ids.size()), ids.data());
   }
-  state.deviceIDs.clear();
+  state.SetDevices({});
   return 0;
 }
 

@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 // A plug-in that does what a test tells it and writes down what was asked of it. Test and plug-in
@@ -28,7 +29,6 @@ struct FakeState {
   // What came of it.
   AudioHardwarePlugInRef self = nullptr;
   AudioObjectID objectID = 0;
-  std::vector<AudioObjectID> deviceIDs;
   std::atomic<int> references{0};
   std::atomic<int> instances{0};
   std::atomic<int> initialized{0};
@@ -37,7 +37,16 @@ struct FakeState {
 
   std::mutex mutex;
   std::vector<std::string> log;
+  std::vector<AudioObjectID> deviceIDs;  // under the mutex
 
+  std::vector<AudioObjectID> Devices() {
+    const std::lock_guard lock(mutex);
+    return deviceIDs;
+  }
+  void SetDevices(std::vector<AudioObjectID> inDevices) {
+    const std::lock_guard lock(mutex);
+    deviceIDs = std::move(inDevices);
+  }
   void Note(const std::string& inText) {
     const std::lock_guard lock(mutex);
     log.push_back(inText);
