@@ -178,31 +178,34 @@ constexpr Property kProperties[] = {
 // Where in the table a selector stands: a property read is the call that clients make most, so it
 // is found by a hash and, rarely, a step or two on. Twice and more slots than entries.
 constexpr UInt32 kNumberSlots = 128;
-constexpr UInt8 kEmptySlot = 0xFF;
+
+struct Slot {
+  AudioObjectPropertySelector mSelector = 0;  // 0 where the slot is empty
+  UInt32 mIndex = 0;
+};
 
 constexpr UInt32 GetSlot(AudioObjectPropertySelector inSelector) {
   return (inSelector * 0x9E3779B1U) >> 25;
 }
 
 constexpr auto kSlots = [] {
-  std::array<UInt8, kNumberSlots> theSlots{};
-  theSlots.fill(kEmptySlot);
-  for (size_t i = 0; i < std::size(kProperties); ++i) {
+  std::array<Slot, kNumberSlots> theSlots{};
+  for (UInt32 i = 0; i < std::size(kProperties); ++i) {
     UInt32 theSlot = GetSlot(kProperties[i].mSelector);
-    while (theSlots[theSlot] != kEmptySlot) theSlot = (theSlot + 1) % kNumberSlots;
-    theSlots[theSlot] = static_cast<UInt8>(i);
+    while (theSlots[theSlot].mSelector != 0) theSlot = (theSlot + 1) % kNumberSlots;
+    theSlots[theSlot] = {kProperties[i].mSelector, i};
   }
   return theSlots;
 }();
 static_assert(std::size(kProperties) * 2 <= kNumberSlots);
 
 const Property* FindProperty(AudioObjectPropertySelector inSelector) {
-  for (UInt32 theSlot = GetSlot(inSelector); kSlots[theSlot] != kEmptySlot;
-       theSlot = (theSlot + 1) % kNumberSlots) {
-    const Property& theProperty = kProperties[kSlots[theSlot]];
-    if (theProperty.mSelector == inSelector) return &theProperty;
+  UInt32 theSlot = GetSlot(inSelector);
+  while (kSlots[theSlot].mSelector != inSelector) {
+    if (kSlots[theSlot].mSelector == 0) return nullptr;
+    theSlot = (theSlot + 1) % kNumberSlots;
   }
-  return nullptr;
+  return inSelector != 0 ? &kProperties[kSlots[theSlot].mIndex] : nullptr;
 }
 
 CACFString CopyText(const Property& inProperty, const HP_Device& inDevice,
@@ -427,10 +430,13 @@ void HP_Device::GetPropertyData(const AudioObjectPropertyAddress& inAddress,
                                outData);
     return;
   }
+  if (theProperty->mKind == Kind::kNumber) {
+    CheckSize(ioDataSize, sizeof(UInt32));
+    Store(theProperty->mGetNumber(*this, inAddress), outData);
+    return;
+  }
   switch (theProperty->mKind) {
     case Kind::kNumber:
-      CheckSize(ioDataSize, sizeof(UInt32));
-      Store(theProperty->mGetNumber(*this, inAddress), outData);
       break;
     case Kind::kReference:
       CheckSize(ioDataSize, sizeof(CFTypeRef));

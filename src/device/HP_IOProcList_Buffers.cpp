@@ -107,8 +107,8 @@ void HP_IOProcList::RefreshIOProcBufferLists(bool inIsInput) {
 
 void HP_IOProcList::GetIOBufferActualDataSize(bool inIsInput, UInt32 inStreamIndex,
                                               UInt32& outByteSize, UInt32& outFrameSize) const {
-  static const HP_IOProc::IOBufferList sNoBuffers;
-  const HP_IOProc::IOBufferList* theBuffers = &sNoBuffers;
+  const HP_IOProc::IOBufferList theNoBuffers;
+  const HP_IOProc::IOBufferList* theBuffers = &theNoBuffers;
   const UInt32 theBehavior = GetBufferListAllocationBehavior(inIsInput);
   if (theBehavior == kIOProcBufferListShared) {
     theBuffers = &GetSharedIOBufferList(inIsInput);
