@@ -24,6 +24,7 @@ std::unique_ptr<ClientSession> ClientSession::Create(uint64_t inSession,
     ClientSession& session = **self;
     if (inPeer.pid != session.GetPID()) return;
     session.mConnections.insert(inPeer.connection);
+    session.mHadConnection = true;
     session.mAddAttempts = 0;
     if (session.mState == State::kAdded) session.mState = State::kStreaming;
     session.NoteSign(SndGetHostTime());
@@ -90,8 +91,8 @@ void ClientSession::HandleMessage(SInt32 inID, CFDataRef inData, const CFMessage
 
 void ClientSession::HandleClosed(const CFMessagePortPeer& inPeer) {
   if (mConnections.erase(inPeer.connection) == 0) return;
-  if (mConnections.empty() && mState == State::kStreaming) {
-    mState = State::kAdded;
+  if (mConnections.empty()) {
+    if (mState == State::kStreaming) mState = State::kAdded;
     mStateSince = SndGetHostTime();
   }
   mOnChange();

@@ -36,6 +36,9 @@ class ClientSession {
   SInt32 GetPID() const { return mStream.GetInfo().GetClientPID(); }
   State GetState() const { return mState; }
   bool HasDataConnection() const { return !mConnections.empty(); }
+  // Whether the data port was ever open. If not, a connection with blocks in it may still wait to
+  // be taken, for the good-bye came through another port.
+  bool HadDataConnection() const { return mHadConnection; }
   ClientStream& GetStream() { return mStream; }
   // Whether a client that registers anew can go on with this session.
   bool HasFormat(const AudioStreamBasicDescription& inFormat) const;
@@ -44,6 +47,8 @@ class ClientSession {
   void NoteAdded(uint64_t inNow);
   void NoteSign(uint64_t inNow) { mLastSign = inNow; }
   void NoteDispose(uint64_t inNow);
+  // The client that said good-bye is back before a block of it was seen.
+  void Revive() { mState = State::kAdded; }
   // An add that came while the session was ending.
   void KeepAdd(const TMBAudioClientInfo& inInfo) { mKeptAdd.emplace(inInfo); }
   const std::optional<TMBAudioClientInfo>& GetKeptAdd() const { return mKeptAdd; }
@@ -65,6 +70,7 @@ class ClientSession {
   std::function<void()> mOnChange;
   State mState = State::kAdded;
   std::set<UInt64> mConnections;  // those of the client itself
+  bool mHadConnection = false;
   uint64_t mLastSign = 0;
   uint64_t mStateSince = 0;
   unsigned mAddAttempts = 0;

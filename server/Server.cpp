@@ -19,6 +19,8 @@ namespace {
 constexpr uint64_t kSecond = 1000000000;
 constexpr size_t kMaxSessions = 256;
 constexpr size_t kMaxEnded = 64;
+// A message takes a few hundred bytes; what is far longer would only cost time to read.
+constexpr CFIndex kMaxMessage = 16384;
 constexpr double kTick = 0.5;
 constexpr double kLiveTick = 0.02;
 // A client tries for about 1.1 seconds to open its data port.
@@ -26,6 +28,8 @@ constexpr uint64_t kOpenTime = 3 * kSecond / 2;
 constexpr unsigned kQuickAttempts = 5;
 // How long blocks may stay on their way after a client or the server said good-bye.
 constexpr uint64_t kDrainTime = kSecond;
+// How long a session without connections waits for one that was not taken yet.
+constexpr uint64_t kLinger = kSecond / 5;
 // After so many check intervals without an echo a client counts as gone.
 constexpr double kChecksUntilDropped = 3.0;
 constexpr uint64_t kReminderInterval = 10 * kSecond;
@@ -120,7 +124,8 @@ bool Server::Start() {
   }
   mStartedAt = SndGetHostTime();
   mLastStatistics = mLastCheck = mLastReminder = mStartedAt;
-  const double interval = mOutputs.NeedsFrequentAdvance() ? kLiveTick : kTick;
+  double interval = mOutputs.NeedsFrequentAdvance() ? kLiveTick : kTick;
+  if (mStatistics.IsWanted() || mOptions.mMeter) interval = std::min(interval, mOptions.mInterval);
   CFRunLoopTimerContext context = {0, this, nullptr, nullptr, nullptr};
   mTimer = CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + interval,
                                 interval, 0, 0, HandleTimer, &context);
@@ -155,8 +160,9 @@ void Server::Finish() {
     }
     return false;
   };
-  while (anyOpen() && SndGetHostTime() < deadline) {
-    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.05, true);
+  CFRunLoopRunResult result = kCFRunLoopRunHandledSource;
+  while ((result == kCFRunLoopRunHandledSource || anyOpen()) && SndGetHostTime() < deadline) {
+    result = CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.05, true);
   }
   while (!mSessions.empty()) EndSession(mSessions.begin()->first, false);
   mDoomed.clear();
@@ -179,6 +185,10 @@ void Server::HandleTimer(CFRunLoopTimerRef, void* inServer) {
 
 void Server::HandleMessage(SInt32 inID, CFDataRef inData, const CFMessagePortPeer& inPeer) {
   ++mMessages;
+  if (CFDataGetLength(inData) > kMaxMessage) {
+    ++mBadMessages;
+    return;
+  }
   const TMBAudioClientInfo info(inData);
   // What a message says of its sender must be what the kernel says.
   if (info.GetClientPID() != inPeer.pid || info.GetClientUID() != inPeer.uid ||
@@ -223,8 +233,16 @@ void Server::Add(const TMBAudioClientInfo& inInfo) {
   }
   auto found = mSessions.find(pid);
   if (found != mSessions.end() && found->second->GetState() == ClientSession::State::kEnding) {
-    found->second->KeepAdd(inInfo);
-    return;
+    if (found->second->HasDataConnection()) {
+      found->second->KeepAdd(inInfo);
+      return;
+    }
+    if (found->second->HadDataConnection()) {
+      EndSession(pid, false);
+      found = mSessions.end();
+    } else {
+      found->second->Revive();
+    }
   }
   if (found != mSessions.end() && !found->second->HasFormat(inInfo.GetStreamDescription())) {
     EndSession(pid, false);
@@ -271,13 +289,12 @@ void Server::Dispose(SInt32 inPID) {
 void Server::ReviewSession(SInt32 inPID) {
   auto found = mSessions.find(inPID);
   if (found == mSessions.end() || found->second->HasDataConnection()) return;
-  if (found->second->GetState() == ClientSession::State::kEnding) {
-    const std::optional<TMBAudioClientInfo> kept = found->second->GetKeptAdd();
-    EndSession(inPID, false);
-    if (kept) Add(*kept);
-  } else if (!HasListenerPeer(inPID)) {
-    EndSession(inPID, true);
-  }
+  // A connection with blocks in it may still wait to be taken, for what was said on the listener
+  // port came another way: unless the client is back already, the checks end the session later.
+  const std::optional<TMBAudioClientInfo> kept = found->second->GetKeptAdd();
+  if (!kept) return;
+  EndSession(inPID, false);
+  Add(*kept);
 }
 
 void Server::EndSession(SInt32 inPID, bool inDropped) {
@@ -310,7 +327,7 @@ bool Server::HasListenerPeer(SInt32 inPID) const {
 void Server::Tick() {
   const uint64_t now = SndGetHostTime();
   mOutputs.Advance(now);
-  if (now - mLastCheck >= Nanos(kTick * 0.9)) {
+  if (now - mLastCheck >= Nanos(kTick * 0.9) || IsAnyEnding()) {
     mLastCheck = now;
     CheckSessions(now);
     CheckPeers(now);
@@ -329,6 +346,13 @@ void Server::Tick() {
   }
 }
 
+bool Server::IsAnyEnding() const {
+  for (const auto& [pid, session] : mSessions) {
+    if (session->GetState() == ClientSession::State::kEnding) return true;
+  }
+  return false;
+}
+
 void Server::CheckSessions(uint64_t inNow) {
   std::vector<SInt32> dead;
   std::vector<SInt32> silent;
@@ -336,13 +360,17 @@ void Server::CheckSessions(uint64_t inNow) {
   bool ask = false;
   for (auto& [pid, session] : mSessions) {
     const uint64_t quiet = inNow - session->GetLastSign();
-    if (!ProcessExists(pid)) {
+    const uint64_t since = inNow - session->GetStateSince();
+    const bool cutOff = !HasListenerPeer(pid) && !session->HasDataConnection();
+    if (session->GetState() == ClientSession::State::kEnding) {
+      if (since >= (session->HasDataConnection() ? kDrainTime : kLinger)) ending.push_back(pid);
+      continue;
+    }
+    if ((!ProcessExists(pid) || cutOff) && since >= kLinger && quiet >= kLinger) {
       dead.push_back(pid);
-    } else if (session->GetState() == ClientSession::State::kEnding) {
-      if (inNow - session->GetStateSince() >= kDrainTime) ending.push_back(pid);
-    } else if (!session->HasDataConnection() && inNow - session->GetStateSince() >= kOpenTime &&
+    } else if (!session->HasDataConnection() && since >= kOpenTime &&
                (session->GetAddAttempts() <= kQuickAttempts ||
-                inNow - session->GetStateSince() >= Nanos(mOptions.mCheckInterval))) {
+                since >= Nanos(mOptions.mCheckInterval))) {
       session->NoteAdded(inNow);
       mEvents.PostAbout(kTMBAudioServerEventClientDeleted, pid);
       mEvents.PostAbout(kTMBAudioServerEventClientAdded, pid);

@@ -68,12 +68,13 @@ class Server {
   void Add(const TMBAudioClientInfo& inInfo);
   void Refuse(const TMBAudioClientInfo& inInfo, const std::string& inReason);
   void Dispose(SInt32 inPID);
-  // Looks whether a session has nothing left to live on.
+  // A connection went or came: a client that is back already need not wait any longer.
   void ReviewSession(SInt32 inPID);
   void EndSession(SInt32 inPID, bool inDropped);
   bool HasListenerPeer(SInt32 inPID) const;
 
   void Tick();
+  bool IsAnyEnding() const;
   void CheckSessions(uint64_t inNow);
   void CheckPeers(uint64_t inNow);
   ServerReport MakeReport(bool inFinal);

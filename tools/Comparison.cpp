@@ -27,7 +27,8 @@ double Percentile(const std::vector<double>& inSorted, double inShare) {
 bool HoldsAt(const std::vector<float>& inRecording, std::size_t inAt, const float* inSamples,
              std::size_t inCount) {
   return inRecording.size() >= inAt && inRecording.size() - inAt >= inCount &&
-         std::memcmp(inRecording.data() + inAt, inSamples, inCount * sizeof(float)) == 0;
+         (inCount == 0 ||
+          std::memcmp(inRecording.data() + inAt, inSamples, inCount * sizeof(float)) == 0);
 }
 
 bool HoldsZerosAt(const std::vector<float>& inRecording, std::size_t inAt, std::size_t inCount) {

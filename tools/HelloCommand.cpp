@@ -86,7 +86,9 @@ void Hello(const std::string& inFile, const std::string& inDirectory) {
     if (!admitted) throw Failure("the server did not let this process in");
     player.Play();
     while (!player.Done()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    const std::string scheduling = player.SchedulingMode();
     player.Stop();
+    Report("I/O thread", true, "scheduling: " + scheduling);
     Report("playing " + std::filesystem::path(inFile).filename().string(),
            player.Underruns() == 0 && log.Dropped() == 0,
            std::to_string(player.FramesPlayed()) + " frames in " + std::to_string(player.Cycles()) +

@@ -1,6 +1,8 @@
 #include "tools/Player.h"
 
 #include <CoreAudio/HostTime.h>
+#include <mach/thread_policy_priv.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -48,7 +50,16 @@ OSStatus Player::IOProc(AudioObjectID, const AudioTimeStamp*, const AudioBufferL
   return 0;
 }
 
+const char* Player::SchedulingMode() const {
+  const pid_t thread = mIOThread.load(std::memory_order_acquire);
+  return TembraThreadSchedulingModeName(thread != 0 ? TembraThreadGetSchedulingMode(thread)
+                                                    : kTembraThreadSchedulingUnknown);
+}
+
 void Player::Render(AudioBufferList& outOutput, const AudioTimeStamp& inOutputTime) noexcept {
+  if (mIOThread.load(std::memory_order_relaxed) == 0) {
+    mIOThread.store(gettid(), std::memory_order_release);
+  }
   const std::uint32_t channels = mStream.Channels();
   if (outOutput.mNumberBuffers == 0 || outOutput.mBuffers[0].mNumberChannels == 0) return;
   const AudioBuffer& first = outOutput.mBuffers[0];

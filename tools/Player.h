@@ -2,6 +2,8 @@
 
 #include <CoreAudio/AudioHardware.h>
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -34,6 +36,9 @@ class Player {
 
   std::uint64_t FramesPlayed() const { return mFramesPlayed.load(std::memory_order_relaxed); }
   std::uint64_t Cycles() const { return mCycles.load(std::memory_order_relaxed); }
+  // How the device's I/O thread is scheduled: "deadline", "fifo", "normal", or "unknown" before its
+  // first cycle.
+  const char* SchedulingMode() const;
   std::uint64_t Underruns() const { return mUnderruns.load(std::memory_order_relaxed); }
 
  private:
@@ -49,6 +54,7 @@ class Player {
   AudioDeviceIOProcID mProcID = nullptr;
   bool mStarted = false;
   std::vector<float> mScratch;  // one cycle, interleaved
+  std::atomic<pid_t> mIOThread{0};
   std::atomic<bool> mPlaying{false};
   std::atomic<bool> mDone{false};
   std::atomic<std::uint64_t> mFramesPlayed{0};

@@ -15,9 +15,8 @@ struct Tone {
   double mStep = 0;
 };
 
-OSStatus Render(AudioObjectID, const AudioTimeStamp*, const AudioBufferList*,
-                const AudioTimeStamp*, AudioBufferList* outOutput, const AudioTimeStamp*,
-                void* inTone) {
+OSStatus Render(AudioObjectID, const AudioTimeStamp*, const AudioBufferList*, const AudioTimeStamp*,
+                AudioBufferList* outOutput, const AudioTimeStamp*, void* inTone) {
   Tone& tone = *static_cast<Tone*>(inTone);
   AudioBuffer& buffer = outOutput->mBuffers[0];
   auto* sample = static_cast<Float32*>(buffer.mData);

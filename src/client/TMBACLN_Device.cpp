@@ -29,6 +29,7 @@ TMBACLN_Device::TMBACLN_Device(AudioObjectID inObjectID, TMBACLN_PlugIn* inPlugI
     : HP_Device(inObjectID, kAudioDeviceClassID, inPlugIn, kIOBufferSetID, false),
       mPlugIn(inPlugIn),
       mIOThread(nullptr),
+      mNumberEngineStops(0),
       mAnchorHostTime(0),
       mListenerID(nullptr),
       mPortID(nullptr),

@@ -154,6 +154,8 @@ class TMBACLN_Device : public HP_Device {
   bool WriteOutputData(const AudioTimeStamp& inTime, UInt32 inIOBufferSetID);
   void FinishIOCycle();
   bool IsIOEngineUp() const;
+  bool WaitForEngineStops();
+  void EngineStopEnded();
 
   Float64 GetHostTicksPerFrame() const;
   Float64 HostTimeToSampleTime(UInt64 inHostTime, Float64 inHostTicksPerFrame) const;
@@ -180,6 +182,7 @@ class TMBACLN_Device : public HP_Device {
 
   TMBACLN_PlugIn* mPlugIn;
   HP_IOThread* mIOThread;
+  UInt32 mNumberEngineStops;            // under way; with the guard held
   std::atomic<UInt64> mAnchorHostTime;  // sample time 0 of this run; 0 when the clock is stopped
 
   CFStringRef mListenerID;

@@ -60,13 +60,23 @@ bool TMBACLN_Device::IsIOEngineUp() const {
   return IsIOEngineRunning() || mIOThread->GetWorkLoopPhase() == HP_IOThread::kInitializingPhase;
 }
 
+// A stop lets go of the guard until the thread has ended. Whoever starts meanwhile comes after it,
+// or the stop would take down the hardware of the new run. False if by then nobody wants the
+// engine. The I/O thread itself is what is being waited for.
+bool TMBACLN_Device::WaitForEngineStops() {
+  if (mNumberEngineStops == 0 || mIOThread->IsCurrentThread()) return true;
+  while (mNumberEngineStops != 0) GetIOGuard()->Wait();
+  return GetIOProcList()->IsAnythingEnabled();
+}
+
 void TMBACLN_Device::StartIOEngine() {
-  if (IsIOEngineUp()) return;
+  if (!WaitForEngineStops() || IsIOEngineUp()) return;
   StartHardware();
   mIOThread->Start();
 }
 
 void TMBACLN_Device::StartIOEngineAtTime(const AudioTimeStamp& inStartTime, UInt32 inFlags) {
+  if (!WaitForEngineStops()) return;
   if (!IsIOEngineUp()) {
     StartHardware();
     mIOThread->Start();
@@ -91,8 +101,20 @@ void TMBACLN_Device::StartIOEngineAtTime(const AudioTimeStamp& inStartTime, UInt
 }
 
 void TMBACLN_Device::StopIOEngine() {
-  mIOThread->Stop();
-  StopHardware();
+  ++mNumberEngineStops;
+  try {
+    mIOThread->Stop();
+    StopHardware();
+  } catch (...) {
+    EngineStopEnded();
+    throw;
+  }
+  EngineStopEnded();
+}
+
+void TMBACLN_Device::EngineStopEnded() {
+  --mNumberEngineStops;
+  GetIOGuard()->NotifyAll();
 }
 
 bool TMBACLN_Device::CallIOProcs(const AudioTimeStamp& inCurrentTime,

@@ -105,6 +105,12 @@ class BinaryChecker {
         outSeen.mIsString = kind != 0x4;
         // Text grows on its way to UTF-8.
         outSeen.mBytes = kind == 0x6 ? count * 3 : count;
+        // Strings may overlap, so they are not looked at before this bounds the work.
+        mStringBytes += outSeen.mBytes;
+        if (mStringBytes > kMaxListExpandedBytes) return Fail(kTooLarge);
+        if (outSeen.mIsString && HoldsNull(at, count, kind == 0x6)) {
+          return Fail("a string holds a null character");
+        }
         return true;
       }
       case 0xA:
@@ -117,6 +123,15 @@ class BinaryChecker {
 
   bool Fits(const UInt8* inAt, UInt64 inSize) {
     return inSize <= static_cast<UInt64>(mBytes + mEnd - inAt) ? true : Fail(kBadReference);
+  }
+
+  // The parser keeps text as C strings, and aborts the process where one is not as long as said.
+  static bool HoldsNull(const UInt8* inAt, UInt64 inCount, bool inIsWide) {
+    if (!inIsWide) return inCount > 0 && std::memchr(inAt, 0, inCount) != nullptr;
+    for (UInt64 i = 0; i < inCount; ++i) {
+      if (inAt[2 * i] == 0 && inAt[2 * i + 1] == 0) return true;
+    }
+    return false;
   }
 
   bool CheckDate(const UInt8* inAt) {
@@ -173,6 +188,7 @@ class BinaryChecker {
   size_t mOffsetSize = 0;
   size_t mReferenceSize = 0;
   UInt64 mReferences = 0;
+  UInt64 mStringBytes = 0;  // of all strings and data met so far
   std::vector<Seen> mObjects;
   const char* mError = nullptr;
 };
@@ -210,9 +226,11 @@ const char* CheckXMLList(const UInt8* inBytes, size_t inSize) {
   // and an end only where the parser cannot miss it.
   size_t depth = 0, tags = 0;
   size_t skippedTo = 0;
+  size_t end = 0;
   for (size_t at = text.find('<'); at != std::string_view::npos; at = text.find('<', at + 1)) {
     if (++tags > 2 * kMaxListObjects) return kTooLarge;
-    size_t end = text.find('>', at);
+    // The end that was found for a tag before is this one's too, if it still lies ahead.
+    if (end < at) end = text.find('>', at);
     if (end == std::string_view::npos) return "a tag does not end";
     std::string_view tag = text.substr(at + 1, end - at - 1);
     if (OpensContainer(tag)) {

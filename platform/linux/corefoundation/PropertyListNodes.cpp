@@ -21,14 +21,22 @@ namespace {
 using Text = std::unique_ptr<char, decltype(&std::free)>;
 
 // Nodes keep 64 bits and, behind their interface, whether the top one is a sign. Written out they
-// tell; numbers that large are rare.
-bool IsNegative(plist_t inNode) {
+// tell.
+bool IsWrittenNegative(plist_t inNode) {
   char* text = nullptr;
   uint32_t size = 0;
   plist_to_xml(inNode, &text, &size);
   Text owned(text, std::free);
   const char* value = text ? std::strstr(text, "<integer>") : nullptr;
   return value && value[std::strlen("<integer>")] == '-';
+}
+
+// Writing every node out would let a short list keep the reader busy for long. Nodes of one value
+// are equal if they agree about the sign, so it is enough to know what a new one is.
+bool IsNegative(plist_t inNode, uint64_t inValue) {
+  static const bool sIsNewNegative = IsWrittenNegative(Node(plist_new_uint(UINT64_MAX)).get());
+  const Node same(plist_new_uint(inValue));
+  return plist_compare_node_value(inNode, same.get()) ? sIsNewNegative : !sIsNewNegative;
 }
 
 Node CreateIntegerNode(SInt64 inValue, bool inIsUnsigned) {
@@ -63,7 +71,7 @@ class Reader {
         uint64_t value = 0;
         plist_get_uint_val(inNode, &value);
         auto bits = static_cast<SInt64>(value);
-        return bits < 0 && !IsNegative(inNode)
+        return bits < 0 && !IsNegative(inNode, value)
                    ? Ref(CreateUnsignedNumber(mAllocator, value))
                    : Ref(CFNumberCreate(mAllocator, kCFNumberSInt64Type, &bits));
       }

@@ -1,5 +1,6 @@
 // The device with its real I/O thread and clock, and the server played by the test.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <memory>
 #include <thread>
 
+#include "device/HP_IOProcList.h"
 #include "device/HP_IOThread.h"
 #include "support/CAException.h"
 #include "support/CAGuard.h"
@@ -209,6 +211,57 @@ TEST_F(Engine, TheServerComesAndGoesUnderTheCycle) {
     }
     ASSERT_EQ(Device().GetClientState(), 3u);
   }
+}
+
+TEST_F(Engine, AStartWhileAStopIsUnderWayComesAfterIt) {
+  Client first;
+  Client second;
+  const AudioDeviceIOProcID firstID = Add(first);
+  const AudioDeviceIOProcID secondID = Add(second);
+  Device().Do_StartIOProc(firstID);
+  ASSERT_TRUE(WaitFor([&] { return first.mCalls >= 2; }));
+  // The I/O thread tells of its end without the guard. The start has the guard from before it
+  // counts as enabled until it waits.
+  std::thread starter;
+  FakeHAL::Get().mOnChange = [&](AudioObjectPropertySelector inSelector) {
+    if (inSelector != kAudioDevicePropertyDeviceIsRunning || starter.joinable()) return;
+    starter = std::thread([&] { Device().Do_StartIOProc(secondID); });
+    EXPECT_TRUE(WaitFor([&] { return Device().GetIOProcList()->IsAnythingEnabled(); }));
+  };
+  Device().Do_StopIOProc(firstID);
+  ASSERT_TRUE(starter.joinable());
+  starter.join();
+  const int calls = second.mCalls;
+  EXPECT_TRUE(WaitFor([&] { return second.mCalls > calls; }));
+  EXPECT_EQ(Device().GetClientState(), 3u);
+  EXPECT_THAT(mServer.TakeLog(), testing::ElementsAre("observe", "open listener", "send cadd",
+                                                      "unobserve", "send cdel", "close listener",
+                                                      "observe", "open listener", "send cadd"));
+}
+
+TEST_F(Engine, StartsAndStopsOfSeveralThreadsLeaveWhoRunsConnected) {
+  Client clients[3];
+  AudioDeviceIOProcID ids[3];
+  for (int i = 0; i < 3; ++i) ids[i] = Add(clients[i]);
+  std::vector<std::thread> threads;
+  for (const AudioDeviceIOProcID id : ids) {
+    threads.emplace_back([this, id] {
+      for (int round = 0; round < 100; ++round) {
+        Device().Do_StartIOProc(id);
+        Device().Do_StopIOProc(id);
+      }
+      Device().Do_StartIOProc(id);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (Client& client : clients) {
+    const int calls = client.mCalls;
+    EXPECT_TRUE(WaitFor([&] { return client.mCalls > calls; }));
+  }
+  EXPECT_EQ(Device().GetClientState(), 3u);
+  for (const AudioDeviceIOProcID id : ids) Device().Do_StopIOProc(id);
+  EXPECT_FALSE(Device().IsIOEngineRunning());
+  EXPECT_EQ(Device().GetClientState(), 0u);
 }
 
 TEST_F(Engine, StartsAndStopsFollowEachOther) {

@@ -23,6 +23,7 @@ using ports::Kind;
 using ports::MakeHeader;
 
 constexpr UInt32 kFrames = 64;
+constexpr int kRoom = 2 << 20;
 constexpr std::size_t kTimeSize = sizeof(AudioTimeStamp);
 constexpr std::size_t kCountAt = kTimeSize;
 constexpr std::size_t kRecordAt = kCountAt + sizeof(UInt32);
@@ -89,6 +90,11 @@ PortAttack::PortAttack(std::uint64_t inSeed)
       mClaim(Message(~getpid() & 0x7fffffff, GoodFormat())),
       mGoodBlock(Block()) {
   mFiles[0] = OpenFile(PortFile(PortName(CFTmbSndCopyListenerID())));
+  Descriptor socket;
+  int room = 0;
+  socklen_t size = sizeof room;
+  mLargeFits = Connect(Target::kListener, socket) &&
+               getsockopt(socket.Get(), SOL_SOCKET, SO_SNDBUF, &room, &size) == 0 && room >= kRoom;
 }
 
 PortAttack::~PortAttack() {
@@ -124,8 +130,8 @@ void PortAttack::AimAtClient(pid_t inClient) {
 bool PortAttack::Send(unsigned inCount) {
   for (unsigned i = 0; i < inCount; ++i) {
     Target target = static_cast<Target>(Pick(mRandom, mFiles[2] ? 3 : 2));
-    bool sent = Pick(mRandom, 10) < 3 || target == Target::kOtherData ? Break(target)
-                                                                      : Misuse(target);
+    bool sent =
+        Pick(mRandom, 10) < 3 || target == Target::kOtherData ? Break(target) : Misuse(target);
     if (!sent && target == Target::kOtherData) {
       // That client has ended.
       mFiles[2].Reset();
@@ -151,6 +157,8 @@ std::uint64_t PortAttack::Sent() const {
 bool PortAttack::Connect(Target inTarget, Descriptor& outSocket) {
   outSocket = ConnectTo(mFiles[static_cast<std::size_t>(inTarget)].Get(), SOCK_SEQPACKET);
   if (!outSocket) return false;
+  // As message ports do.
+  setsockopt(outSocket.Get(), SOL_SOCKET, SO_SNDBUF, &kRoom, sizeof kRoom);
   ++TallyOf(inTarget).connections;
   return true;
 }
@@ -219,9 +227,9 @@ bool PortAttack::Break(Target inTarget) {
   if (inTarget == Target::kOtherData && way < 60) {
     // In good form, but from another process than the client.
     ++tally.messages;
-    return SendBytes(socket, Packet(MakeHeader(Kind::kMessage, 0, ports::kHasData, 0,
-                                               mGoodBlock.size()),
-                                    mGoodBlock));
+    return SendBytes(
+        socket,
+        Packet(MakeHeader(Kind::kMessage, 0, ports::kHasData, 0, mGoodBlock.size()), mGoodBlock));
   }
   ++tally.malformed;
   return SendBytes(socket, MakeBroken());
@@ -306,7 +314,8 @@ std::string PortAttack::MakeListenerBody(SInt32& outID) {
         format.mBytesPerFrame = static_cast<UInt32>(9 + Pick(mRandom, 1 << 30));
         break;
     }
-    outID = kIDs[Pick(mRandom, 2)];
+    // An echo of who is registered would only be a sign of life.
+    outID = kTMBAudioMessageAddID;
     ++mRefusedFormats;
     return Message(getpid(), format);
   }
@@ -318,7 +327,7 @@ std::string PortAttack::MakeListenerBody(SInt32& outID) {
   }
   if (way < 400) return RandomBytes(mRandom, Pick(mRandom, 300));
   if (way < 500) return mClaim.substr(0, Pick(mRandom, mClaim.size()));
-  if (way < 502) return RandomBytes(mRandom, ports::kMaxBody);
+  if (way < 502 && mLargeFits) return RandomBytes(mRandom, ports::kMaxBody);
   if (way < 550) {
     return "<plist version=\"1.0\">" + std::string(Pick(mRandom, 2), ' ') +
            std::string(7 * Pick(mRandom, 100), '<') + "</plist>";
@@ -371,7 +380,7 @@ std::string PortAttack::MakeBlock(SInt32& outID) {
     reject("too_small");
     block.resize(kRecordAt + 2 * sizeof(UInt32));
     Put(block, kRecordAt + sizeof(UInt32), UInt32{0});
-  } else if (way < 603) {
+  } else if (way < 603 && mLargeFits) {
     reject("too_many_frames");
     constexpr UInt32 kSize = 8 * ((1 << 16) + 1);
     block.resize(kRecordAt + 2 * sizeof(UInt32) + kSize);

@@ -78,6 +78,7 @@ class PortAttack {
   CFMessagePortRef mDataPort = nullptr;
   std::string mClaim;  // a full message in another process's name
   std::string mGoodBlock;
+  bool mLargeFits = false;  // the system lets messages of the greatest length go
   std::uint64_t mBadMessages = 0;
   std::uint64_t mRefusedFormats = 0;
   std::map<std::string, std::uint64_t> mRejected;

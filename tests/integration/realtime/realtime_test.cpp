@@ -4,6 +4,9 @@
 #include <CoreAudio/AudioHardware.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <mach/mach.h>
+#include <mach/thread_policy_priv.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <syslog.h>
@@ -15,6 +18,7 @@
 #include <cstdlib>
 #include <functional>
 #include <mutex>
+#include <thread>
 
 #include "RealtimeTrap.h"
 #include "support/PrivateRuntime.h"
@@ -88,7 +92,25 @@ TEST(RealtimeTrap, TellsABlockingSendFromANonBlockingOne) {
   EXPECT_EQ(goes.sends, 1U);
 }
 
+// What a thread of this process gets that asks for what the I/O thread asks for.
+TembraThreadSchedulingMode ModeToBeHad() {
+  TembraThreadSchedulingMode mode = kTembraThreadSchedulingUnknown;
+  std::thread([&] {
+    thread_time_constraint_policy_data_t policy{};
+    policy.period = 11'609'977;
+    policy.computation = 100'000;
+    policy.constraint = policy.period;
+    policy.preemptible = 1;
+    thread_policy_set(pthread_mach_thread_np(pthread_self()), THREAD_TIME_CONSTRAINT_POLICY,
+                      reinterpret_cast<thread_policy_t>(&policy),
+                      THREAD_TIME_CONSTRAINT_POLICY_COUNT);
+    mode = TembraThreadGetSchedulingMode(0);
+  }).join();
+  return mode;
+}
+
 struct Renderer {
+  std::atomic<pid_t> thread{0};
   std::atomic<bool> follow{false};
   std::atomic<unsigned> cycles{0};
 };
@@ -96,6 +118,7 @@ struct Renderer {
 OSStatus Render(AudioObjectID, const AudioTimeStamp*, const AudioBufferList*, const AudioTimeStamp*,
                 AudioBufferList* outOutput, const AudioTimeStamp*, void* inClientData) {
   auto* renderer = static_cast<Renderer*>(inClientData);
+  if (renderer->thread.load() == 0) renderer->thread = gettid();
   if (renderer->follow.load()) realtime_trap::FollowThisThread();
   auto* samples = static_cast<float*>(outOutput->mBuffers[0].mData);
   samples[0] = 0.5F;
@@ -133,9 +156,12 @@ TEST(RealtimeCycle, NeitherAllocatesNorLocksNorBlocksWhileItSendsToAServer) {
   renderer.follow = true;
   ASSERT_TRUE(WaitUntil([&] { return realtime_trap::Collect().cycles >= 100; }));
   const Findings found = realtime_trap::Collect();
+  const TembraThreadSchedulingMode mode = TembraThreadGetSchedulingMode(renderer.thread);
   ASSERT_EQ(AudioDeviceStop(device, procedure), 0);
   ASSERT_EQ(AudioDeviceDestroyIOProcID(device, procedure), 0);
 
+  EXPECT_EQ(mode, ModeToBeHad());
+  RecordProperty("io_thread_scheduling", TembraThreadSchedulingModeName(mode));
   EXPECT_EQ(found.allocations, 0U) << found.first;
   EXPECT_EQ(found.locks, 0U) << found.first;
   EXPECT_EQ(found.blocking, 0U) << found.first;

@@ -18,6 +18,7 @@ void FakeHAL::Reset() {
   mPublications.clear();
   mChanges.clear();
   mCalls.clear();
+  mOnChange = nullptr;
 }
 
 namespace {
@@ -68,6 +69,7 @@ OSStatus AudioObjectPropertiesChanged(AudioHardwarePlugInRef, AudioObjectID inOb
                                       UInt32 inNumberAddresses,
                                       const AudioObjectPropertyAddress* inAddresses) {
   FakeHAL& hal = FakeHAL::Get();
+  if (hal.mOnChange) hal.mOnChange(inAddresses[0].mSelector);
   std::lock_guard<std::mutex> locker(hal.mMutex);
   hal.mChanges.push_back({inObject, {inAddresses, inAddresses + inNumberAddresses}});
   for (UInt32 i = 0; i < inNumberAddresses; ++i) {

@@ -2,6 +2,7 @@
 
 #include <CoreAudio/AudioHardwarePlugIn.h>
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -39,6 +40,8 @@ class FakeHAL {
   std::vector<Change> mChanges;
   // Calls in their order: "create adev", "publish 1", "died 1", "changed livn".
   std::vector<std::string> mCalls;
+  // Runs on the thread that tells of a change, if it is set.
+  std::function<void(AudioObjectPropertySelector)> mOnChange;
   std::mutex mMutex;
 
   AudioObjectID mNextID = 100;

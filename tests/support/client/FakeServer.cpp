@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -35,6 +36,7 @@ void FakeServer::Reset() {
   EXPECT_EQ(mPorts.size(), 0u) << "a port was left open";
   EXPECT_EQ(mTimers.size(), 0u) << "a timer was left";
   EXPECT_EQ(mObservations.size(), 0u) << "an observation was left";
+  EXPECT_EQ(mSystemLogLines.exchange(0), 0u) << "something was logged";
   for (Port& port : mPorts) CFRelease(port.mHandle);
   for (Timer& timer : mTimers) CFRelease(timer.mHandle);
   mPorts.clear();
@@ -199,6 +201,10 @@ CFAbsoluteTime CFAbsoluteTimeGetCurrent(void) {
 extern "C" int usleep(useconds_t) {
   sched_yield();
   return 0;
+}
+
+extern "C" void syslog(int, const char*, ...) {
+  ++FakeServer::Get().mSystemLogLines;
 }
 
 // Ports.

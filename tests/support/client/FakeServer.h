@@ -2,6 +2,7 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -70,6 +71,8 @@ class FakeServer {
   unsigned long mListenerOpenings = 0;
   unsigned long mOpeningsWhileDead = 0;
   unsigned long mAdds = 0;
+  // Lines in the system log; any is a failure, since a connection has nothing to say.
+  std::atomic<unsigned int> mSystemLogLines{0};
   std::string mListenerName;
   std::string mDataName;
 

@@ -278,7 +278,8 @@ TEST(PropertyList, JunkIsRefusedWithAnError) {
        {std::string(), std::string("junk"), std::string("bplist00"),
         std::string("bplist01") + std::string(60, '\0'), XML("<foo/>"), XML("<array>"),
         std::string("<plist"), XML("</array><array>"), XML("<dict><string>a</string></dict>"),
-        XML("<string>\xFF</string>"), std::string("<plist>\0</plist>", 16)}) {
+        XML("<string>\xFF</string>"), std::string("<plist>\0</plist>", 16),
+        "<plist" + std::string(1 << 20, '<') + ">"}) {
     CFErrorRef error = nullptr;
     EXPECT_EQ(CFPropertyListCreateWithData(nullptr, Bytes(bad), 0, nullptr, &error), nullptr)
         << bad;
@@ -365,6 +366,35 @@ TEST(PropertyList, HostileBinaryListsAreRefused) {
   EXPECT_TRUE(
       Read(Binary({"\x51"
                    "a"})));
+}
+
+TEST(PropertyList, BinaryStringsWithANullCharacterAreRefused) {
+  EXPECT_FALSE(Read(Binary({std::string("\x53\x61\x00\x62", 4)})));
+  EXPECT_FALSE(Read(Binary({std::string("\x62\x00\x61\x00\x00", 5)})));
+  // As a key too.
+  EXPECT_FALSE(Read(Binary({"\xD1\x01\x02", std::string("\x51\x00", 2), "\x09"})));
+  // A null byte of a wide character is none, nor is one in data.
+  EXPECT_TRUE(Read(Binary({std::string("\x62\x00\x61\x01\x00", 5)})));
+  EXPECT_TRUE(Read(Binary({std::string("\x42\x00\x00", 3)})));
+}
+
+TEST(PropertyList, LargeIntegersKeepTheirSignInLongLists) {
+  // Each is one reference to one of two objects of the same 64 bits.
+  const std::string negative = "\x13" + std::string(8, '\xFF');
+  const std::string positive = "\x14" + std::string(8, '\0') + std::string(8, '\xFF');
+  std::string references;
+  for (int i = 0; i < 60000; ++i) references += i % 2 == 0 ? '\x01' : '\x02';
+  List list = Read(Binary({std::string("\xAF\x11\xEA\x60") + references, negative, positive}));
+  ASSERT_TRUE(list);
+  auto array = static_cast<CFArrayRef>(list.Get());
+  ASSERT_EQ(CFArrayGetCount(array), 60000);
+  const SInt64 minusOne = -1;
+  const List expected = Number(kCFNumberSInt64Type, &minusOne);
+  double value = 0;
+  CFNumberGetValue(static_cast<CFNumberRef>(CFArrayGetValueAtIndex(array, 59999)),
+                   kCFNumberFloat64Type, &value);
+  EXPECT_EQ(value, 0x1p64);
+  EXPECT_TRUE(CFEqual(CFArrayGetValueAtIndex(array, 59998), expected));
 }
 
 TEST(PropertyList, AListThatExpandsWithoutBoundIsRefused) {

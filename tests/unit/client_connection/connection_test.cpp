@@ -105,11 +105,32 @@ TEST_F(Connection, MessageIDsSpellTheirStoredTexts) {
 
 TEST_F(Connection, ADeviceThatNeverStartsNeverTalks) {
   mServer.mHasListener = mServer.mHasDataPort = true;
+  // It does not observe either; were it told of events all the same, it would not act.
+  EXPECT_EQ(mServer.GetObservations(), 0u);
+  mServer.mObservations = {{&Device(), TMBACLN_Device::__tmbAudioNotificationCallBack}};
   for (const int event : {'strt', 'fnsh', 'cadd', 'cdel', 'cchk'}) {
     mServer.PostEvent(event, getpid());
+    EXPECT_EQ(State(), 0u);
   }
+  mServer.mObservations.clear();
   EXPECT_THAT(mServer.TakeLog(), IsEmpty());
-  EXPECT_EQ(State(), 0u);
+}
+
+TEST_F(Connection, AnEventThatComesAfterTheStopIsIgnoredAlsoWithAPortLeftOpen) {
+  Enter(4);
+  const std::vector<FakeServer::Observation> observations = mServer.mObservations;
+  Device().StopHardware();
+  ASSERT_EQ(mServer.GetOpenPorts("listener"), 1);
+  mServer.mHasDataPort = true;
+  mServer.TakeLog();
+  mServer.mObservations = observations;
+  for (const int event : {'cchk', 'cadd', 'cdel', 'fnsh', 'strt'}) {
+    mServer.PostEvent(event, getpid());
+    EXPECT_EQ(State(), 0u);
+  }
+  mServer.mObservations.clear();
+  EXPECT_THAT(mServer.TakeLog(), IsEmpty());
+  EXPECT_EQ(mServer.GetOpenPorts("listener"), 1);
 }
 
 TEST_F(Connection, StartObservesThenOpensAndAdds) {

@@ -1,14 +1,20 @@
-// Random walks of events, port openings, failures, timers, starts and stops.
+// Random walks of events, port openings, failures, timers, starts and stops. After each step the
+// device must stand where the model stands and must have asked the same of its platform, in the
+// same order; and what holds for every connection must hold.
 //
 // TEMBRA_WALK_SEED replays a run; each test prints the seed that it used.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <memory>
+#include <optional>
 #include <random>
 
+#include "ConnectionModel.h"
 #include "client/TMBAudioServer.h"
 #include "support/client/ClientDevice.h"
 #include "support/client/FakeHAL.h"
@@ -21,6 +27,7 @@ constexpr int kWalks = 100000;
 constexpr int kShards = 10;
 constexpr int kWalksOfADevice = 500;
 constexpr int kMaximumSteps = 20;
+constexpr int kEvents[] = {'strt', 'fnsh', 'cadd', 'cdel', 'cchk'};
 
 unsigned long GetSeed() {
   if (const char* seed = getenv("TEMBRA_WALK_SEED")) return strtoul(seed, nullptr, 0);
@@ -32,7 +39,6 @@ class Walk : public testing::TestWithParam<int> {
   Walk() : mServer(FakeServer::Get()), mRandom(0) {
     mServer.Reset();
     FakeHAL::Get().Reset();
-    mServer.mKeepsLog = false;
   }
   ~Walk() override {
     mDevice.reset();
@@ -43,6 +49,9 @@ class Walk : public testing::TestWithParam<int> {
 
   // One step; answers what it was, for the trace.
   std::string Step();
+  void Post(int inEvent, std::optional<int> inPID);
+  // What the step must have led to.
+  void CheckAgainstModel();
   // What must hold after every step.
   void CheckInvariants();
   // What must hold once nothing happens any more.
@@ -53,6 +62,9 @@ class Walk : public testing::TestWithParam<int> {
   FakeServer& mServer;
   std::mt19937 mRandom;
   std::unique_ptr<ClientDevice> mDevice;
+  ConnectionModel mModel;
+  // How often an event came in a state, in the order of kEvents.
+  size_t mReached[std::size(kEvents)][6] = {};
   // The hardware runs from a start to a stop, as the engine has it.
   bool mIsStarted = false;
 };
@@ -63,7 +75,7 @@ void Walk::SendAudio() {
   list.mNumberBuffers = 1;
   list.mBuffers[0] = {2, sizeof(samples), samples};
   const UInt32 state = (*mDevice)->GetClientState();
-  const bool mayGo = state == 5 && mServer.GetOpenPorts("data") == 1 && !mServer.mPortsAreDead;
+  const bool mayGo = mModel.MaySendAudio();
   const unsigned int before = mServer.mAudioSends;
   const bool willFail = Draw(4) == 0;
   if (willFail && mayGo) mServer.mSendResults = {kCFMessagePortSendTimeout};
@@ -73,49 +85,69 @@ void Walk::SendAudio() {
   EXPECT_EQ((*mDevice)->GetClientState(), state) << "a send changed the state";
 }
 
+void Walk::Post(int inEvent, std::optional<int> inPID) {
+  // Only the check asks a client that it does not name.
+  const bool isForThisClient = inPID.has_value() ? *inPID == getpid() : inEvent == 'cchk';
+  const auto* event = std::find(std::begin(kEvents), std::end(kEvents), inEvent);
+  const bool isForAll = inEvent == 'strt' || inEvent == 'fnsh';
+  if (event != std::end(kEvents) && (isForThisClient || isForAll)) {
+    ++mReached[event - std::begin(kEvents)][mModel.mState];
+  }
+  mServer.PostEvent(inEvent, inPID);
+  mModel.Event(inEvent, isForThisClient);
+}
+
 std::string Walk::Step() {
   const int pid = Draw(4) == 0 ? getpid() + 1 : getpid();
   switch (Draw(16)) {
     case 0:
-      mServer.mHasListener = !mServer.mHasListener;
+      mServer.mHasListener = mModel.mHasListener = !mServer.mHasListener;
       return mServer.mHasListener ? "listener comes" : "listener goes";
     case 1:
-      mServer.mHasDataPort = !mServer.mHasDataPort;
+      mServer.mHasDataPort = mModel.mHasDataPort = !mServer.mHasDataPort;
       return mServer.mHasDataPort ? "data port comes" : "data port goes";
     case 2:
       // Ports that are open stay dead till the next life of the server.
-      mServer.mPortsAreDead = Draw(3) == 0;
+      mServer.mPortsAreDead = mModel.mPortsAreDead = Draw(3) == 0;
       return mServer.mPortsAreDead ? "ports die" : "ports live";
     case 3:
-      mServer.PostEvent('strt');
+      Post('strt', std::nullopt);
       return "strt";
     case 4:
-      mServer.PostEvent('fnsh');
+      Post('fnsh', std::nullopt);
       return "fnsh";
     case 5:
     case 6:
-      mServer.PostEvent('cadd', pid);
-      return "cadd";
+      Post('cadd', pid);
+      return pid == getpid() ? "cadd" : "cadd for another";
     case 7:
-      mServer.PostEvent('cdel', pid);
-      return "cdel";
+      Post('cdel', pid);
+      return pid == getpid() ? "cdel" : "cdel for another";
     case 8:
       if (Draw(2) == 0) {
-        mServer.PostEvent('cchk');
-      } else {
-        mServer.PostEvent('cchk', pid);
+        Post('cchk', std::nullopt);
+        return "cchk for all";
       }
-      return "cchk";
+      Post('cchk', pid);
+      return pid == getpid() ? "cchk" : "cchk for another";
     case 9:
-      mServer.PostEvent(Draw(2) == 0 ? 0 : 'cadx', pid);
+      // Neither says whom it means, or what.
+      if (Draw(3) == 0) {
+        Post(Draw(2) == 0 ? 'cadd' : 'cdel', std::nullopt);
+        return "cadd or cdel for nobody";
+      }
+      Post(Draw(2) == 0 ? 0 : 'cadx', pid);
       return "unknown event";
     case 10:
     case 11:
-      mServer.FireNextTimer();
+      EXPECT_EQ(mServer.FireNextTimer(), mModel.FireNextTimer());
       return "fire";
-    case 12:
-      mServer.Advance(0.05 * Draw(60));
-      return "wait";
+    case 12: {
+      const double seconds = 0.05 * Draw(60);
+      mServer.Advance(seconds);
+      mModel.Advance(seconds);
+      return "wait " + std::to_string(seconds);
+    }
     case 13:
       SendAudio();
       return "audio";
@@ -126,12 +158,25 @@ std::string Walk::Step() {
       }
       if (mIsStarted) {
         (*mDevice)->StopHardware();
+        mModel.Stop();
       } else {
         (*mDevice)->StartHardware();
+        mModel.Start();
       }
       mIsStarted = !mIsStarted;
       return mIsStarted ? "start" : "stop";
   }
+}
+
+void Walk::CheckAgainstModel() {
+  mServer.TakeMessages();
+  ASSERT_EQ(mServer.TakeLog(), mModel.TakeLog());
+  ASSERT_EQ((*mDevice)->GetClientState(), static_cast<UInt32>(mModel.mState));
+  ASSERT_EQ(mServer.GetOpenPorts("listener"), mModel.mListenerIsOpen ? 1 : 0);
+  ASSERT_EQ(mServer.GetOpenPorts("data"), mModel.mDataIsOpen ? 1 : 0);
+  ASSERT_EQ(mServer.GetPendingTimers(), mModel.GetPendingTimers());
+  ASSERT_EQ((*mDevice)->GetListenerPortRetries(), mModel.mListenerRetries);
+  ASSERT_EQ((*mDevice)->GetDataPortRetries(), mModel.mDataRetries);
 }
 
 void Walk::CheckInvariants() {
@@ -167,6 +212,8 @@ void Walk::CheckInvariants() {
 
 void Walk::CheckQuiet() {
   mServer.Advance(5.0);
+  mModel.Advance(5.0);
+  CheckAgainstModel();
   ASSERT_EQ(mServer.GetPendingTimers(), 0) << "somebody tries for ever";
   const UInt32 state = (*mDevice)->GetClientState();
   if (state == 2 || state == 4) ASSERT_EQ(mServer.GetOpenPorts("listener"), 1);
@@ -182,16 +229,18 @@ TEST_P(Walk, KeepsTheInvariants) {
     if (walk % kWalksOfADevice == 0) {
       mDevice.reset();
       mServer.Reset();
-      mServer.mKeepsLog = false;
+      mServer.mDiscardsAudio = true;
       mDevice = std::make_unique<ClientDevice>();
+      mModel = ConnectionModel();
     }
-    mServer.mHasListener = Draw(2) == 0;
-    mServer.mHasDataPort = Draw(2) == 0;
-    mServer.mPortsAreDead = false;
+    mServer.mHasListener = mModel.mHasListener = Draw(2) == 0;
+    mServer.mHasDataPort = mModel.mHasDataPort = Draw(2) == 0;
+    mServer.mPortsAreDead = mModel.mPortsAreDead = false;
     const int steps = 1 + Draw(kMaximumSteps);
     std::string trace;
     for (int step = 0; step < steps; ++step) {
       trace += Step() + ", ";
+      CheckAgainstModel();
       CheckInvariants();
       if (HasFailure()) FAIL() << "walk " << walk << ": " << trace;
       ++reached[(*mDevice)->GetClientState()];
@@ -199,7 +248,9 @@ TEST_P(Walk, KeepsTheInvariants) {
     if (Draw(4) == 0) CheckQuiet();
     if (mIsStarted && Draw(2) == 0) {
       (*mDevice)->StopHardware();
+      mModel.Stop();
       mIsStarted = false;
+      CheckAgainstModel();
     }
     // Now and then a device goes without a stop.
     if ((walk + 1) % kWalksOfADevice == 0 && mIsStarted) {
@@ -211,6 +262,11 @@ TEST_P(Walk, KeepsTheInvariants) {
   }
   // Walks that never get anywhere prove nothing.
   for (int state = 0; state <= 5; ++state) EXPECT_GT(reached[state], 1000u) << state;
+  for (size_t event = 0; event < std::size(kEvents); ++event) {
+    for (int state = 1; state <= 5; ++state) {
+      EXPECT_GT(mReached[event][state], 20u) << "event " << event << " in state " << state;
+    }
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Shards, Walk, testing::Range(0, kShards));

@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "client/TMBCLN_Thread.h"
@@ -273,6 +274,22 @@ TEST_F(Pool, WaitingAnswers258WhetherTheThreadEndedOrNot) {
   thread.mMayEnd = true;
   WaitUntil([&] { return !thread.is_created(); });
   EXPECT_EQ(thread.wait_for(100), 258);
+}
+
+TEST_F(Pool, ASecondWaitIsRefused) {
+  TestThread thread;
+  thread.mIgnoresTermination = true;
+  ASSERT_TRUE(thread.create());
+  std::atomic<bool> ends{false};
+  std::thread waiter([&] {
+    while (!ends) thread.wait_for(100000);
+  });
+  // Whichever comes second is refused; the other goes on and on, so in the end it is this one.
+  WaitUntil([&] { return thread.wait_for(25) == -1; });
+  ends = true;
+  thread.mMayEnd = true;
+  waiter.join();
+  WaitUntil([&] { return !thread.is_created(); });
 }
 
 TEST_F(Pool, DestroyTerminatesAThreadAndWaits) {

@@ -161,6 +161,11 @@ TEST_F(DeviceIOProcsTest, TimedStartNeedsARunningEngine) {
   AudioTimeStamp theTime = Time(5);
   EXPECT_EQ(StatusOf([&] { mDevice.Do_StartIOProcAtTime(ProcA, theTime, 0); }), 'stop');
   EXPECT_EQ(theTime.mSampleTime, 5.0);
+  EXPECT_EQ(StatusOf([&] {
+              mDevice.Do_StartIOProcAtTime(ProcA, theTime, kAudioDeviceStartTimeIsInputFlag);
+            }),
+            'stop')
+      << "asked for before the streams";
 }
 
 TEST_F(DeviceIOProcsTest, TimedStartNeedsAStreamOfTheTimesDirection) {
@@ -314,6 +319,21 @@ TEST_F(BufferSizeTest, AChangeRebuildsTheBuffersOfStartedProcedures) {
                 ->mBuffers[0]
                 .mDataByteSize,
             256u * 8);
+}
+
+TEST_F(BufferSizeTest, TheDeviceIsToldWhenSizeAndBuffersAreNew) {
+  mDevice.Do_AddIOProc(ProcA, nullptr);
+  mDevice.Do_StartIOProc(ProcA);
+  UInt32 theFrames = 0;
+  UInt32 theBytes = 0;
+  mDevice.mOnSizeChanged = [&](CAPropertyAddressList&) {
+    theFrames = mDevice.GetIOBufferFrameSize();
+    const HP_IOProc* theIOProc = mDevice.GetIOProcList()->GetIOProcByIndex(0);
+    theBytes = theIOProc->GetAudioBufferList(false)->mBuffers[0].mDataByteSize;
+  };
+  mDevice.Do_SetIOBufferFrameSize(256);
+  EXPECT_EQ(theFrames, 256u);
+  EXPECT_EQ(theBytes, 256u * 8);
 }
 
 TEST_F(BufferSizeTest, WithoutAListOfProceduresAChangeIsStillMade) {

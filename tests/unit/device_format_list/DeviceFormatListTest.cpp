@@ -330,6 +330,8 @@ TEST_F(DeviceFormatList, RateOfOneElementIsWrittenToItsStream) {
   EXPECT_EQ(mDevice.Stream(0).Physical().mSampleRate, 44100);
   EXPECT_EQ(mDevice.Stream(1).Physical().mSampleRate, 48000);
   EXPECT_EQ(mDevice.Stream(2).Physical().mSampleRate, 96000);
+  EXPECT_EQ(mDevice.Stream(2).mWritten.mScope, 'glob');
+  EXPECT_EQ(mDevice.Stream(2).mWritten.mElement, 1u);
   EXPECT_EQ(ReadValue<Float64>(mFormats, theAddress), 44100);
   EXPECT_EQ(StatusOfWriting<Float64>(theAddress, 8000), '!dat');
 }

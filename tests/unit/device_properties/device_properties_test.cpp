@@ -293,6 +293,14 @@ TEST_F(DevicePropertiesTest, ByteSizesAreThoseOfTheAddressedStream) {
   EXPECT_EQ(theRange.mMaximum, 11025.0 * 4);
 }
 
+TEST_F(DevicePropertiesTest, AWrongSizeIsToldBeforeAMissingStream) {
+  ASSERT_FALSE(mDevice.HasOutputStreams());
+  EXPECT_EQ(StatusOf([&] { Get(Address('bsiz'), 5); }), '!siz');
+  EXPECT_EQ(StatusOf([&] { Get(Address('bsz#'), 15); }), '!siz');
+  const UInt64 theLongValue = 0;
+  EXPECT_EQ(StatusOf([&] { Set(Address('bsiz'), &theLongValue, 8); }), '!siz');
+}
+
 TEST_F(DevicePropertiesTest, StreamsAreListedAsFarAsThereIsRoom) {
   AddStreams();
   EXPECT_EQ(Size('stm#', kOutput), 12u);

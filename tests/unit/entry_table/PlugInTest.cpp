@@ -1,6 +1,37 @@
+#include <map>
+
+#include "support/HP_SystemInfo.h"
 #include "unit/entry_table/Fixture.h"
 
 Record gRecord;
+
+namespace {
+
+std::map<CFUUIDRef, int> sInstances;  // of a factory, as the platform would count them
+std::vector<AudioObjectPropertySelector> sListenedTo;
+
+}  // namespace
+
+extern "C" void CFPlugInAddInstanceForFactory(CFUUIDRef inFactory) {
+  ++sInstances[inFactory];
+}
+
+extern "C" void CFPlugInRemoveInstanceForFactory(CFUUIDRef inFactory) {
+  --sInstances[inFactory];
+}
+
+extern "C" OSStatus AudioObjectAddPropertyListener(AudioObjectID,
+                                                   const AudioObjectPropertyAddress* inAddress,
+                                                   AudioObjectPropertyListenerProc, void*) {
+  sListenedTo.push_back(inAddress->mSelector);
+  return 0;
+}
+
+extern "C" OSStatus AudioObjectRemovePropertyListener(AudioObjectID,
+                                                      const AudioObjectPropertyAddress*,
+                                                      AudioObjectPropertyListenerProc, void*) {
+  return 0;
+}
 
 namespace {
 
@@ -51,6 +82,16 @@ TEST_F(PlugIn, KeepsTheFactorysUUID) {
   theOther->Retain();
   theOther->Release();
   EXPECT_EQ(theCount, CFGetRetainCount(theUUID));
+  CFRelease(theUUID);
+}
+
+TEST_F(PlugIn, IsAnInstanceOfItsFactoryForItsLife) {
+  CFUUIDRef theUUID = CFUUIDCreate(kCFAllocatorDefault);
+  auto* theOther = new HP_HardwarePlugIn(theUUID);
+  EXPECT_EQ(1, sInstances[theUUID]);
+  theOther->Retain();
+  theOther->Release();
+  EXPECT_EQ(0, sInstances[theUUID]);
   CFRelease(theUUID);
 }
 
@@ -109,6 +150,13 @@ TEST_F(PlugIn, InitializeWithObjectIDTakesTheID) {
   EXPECT_THAT(gRecord.mCalls, ElementsAre("InitializeWithObjectID 77"));
   EXPECT_EQ(77u, mPlugIn->GetObjectID());
   EXPECT_EQ(mPlugIn, HP_Object::GetObjectByID(77));
+}
+
+TEST_F(PlugIn, InitializeWithObjectIDListensToTheSystem) {
+  HP_SystemInfo::Teardown();
+  sListenedTo.clear();
+  EXPECT_EQ(0, mEntries->InitializeWithObjectID(mSelf, 77));
+  EXPECT_THAT(sListenedTo, ElementsAre('user', 'pmut', 'stmo'));
 }
 
 TEST_F(PlugIn, InitializeWithObjectIDForwardsItsStatus) {

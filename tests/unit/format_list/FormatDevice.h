@@ -31,6 +31,14 @@ class FormatStream : public HP_Stream {
     return mHardwareAgrees;
   }
 
+  void SetPropertyData(const AudioObjectPropertyAddress& inAddress, UInt32 inQualifierDataSize,
+                       const void* inQualifierData, UInt32 inDataSize, const void* inData,
+                       const AudioTimeStamp* inWhen) override {
+    mWritten = inAddress;
+    HP_Stream::SetPropertyData(inAddress, inQualifierDataSize, inQualifierData, inDataSize, inData,
+                               inWhen);
+  }
+
   HP_FormatList& Formats() const { return *GetFormatList(); }
 
   // Adds a physical format with a range of rates.
@@ -53,6 +61,7 @@ class FormatStream : public HP_Stream {
     return theFormat;
   }
 
+  CAPropertyAddress mWritten;  // the address of the last write
   std::vector<CAStreamBasicDescription> mTold;
   std::function<void()> mOnTell;
   bool mHardwareAgrees = true;

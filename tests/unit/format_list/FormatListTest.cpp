@@ -159,6 +159,10 @@ TEST_F(FormatList, MixabilityCanBeSetWhereTheOtherKindIsAvailable) {
   // Only at a rate that the other kind has too.
   SetCurrent(Int16Format(48000));
   EXPECT_FALSE(mFormats.CanSetIsMixable());
+  // Nor for a format that is no linear PCM, whatever flags there are.
+  CAStreamBasicDescription theOther = AC3(0);
+  theOther.mFormatFlags ^= kNonMixable;
+  mStream.Add(theOther, 44100, 44100);
   SetCurrent(AC3(44100));
   EXPECT_FALSE(mFormats.CanSetIsMixable());
 }
@@ -258,6 +262,14 @@ TEST_F(FormatList, ConvertsAVirtualFormatToThePhysicalOneBehindIt) {
   CAStreamBasicDescription theFormat = Float32Format(44100);
   EXPECT_TRUE(mFormats.ConvertVirtualFormatToPhysicalFormat(theFormat));
   ExpectSame(theFormat, Int16Format(44100));
+}
+
+TEST_F(FormatList, ConvertsWhateverFramesAPacketHas) {
+  AddInt16AndFloat32();
+  CAStreamBasicDescription theFormat = Float32Format(48000);
+  theFormat.mFramesPerPacket = 4;
+  EXPECT_TRUE(mFormats.ConvertVirtualFormatToPhysicalFormat(theFormat));
+  ExpectSame(theFormat, Int16Format(48000));
 }
 
 TEST_F(FormatList, ConvertsNothingButPackedFloats) {
@@ -364,10 +376,10 @@ TEST_F(FormatList, ARateThatIsNotSupportedChangesNothing) {
 TEST_F(FormatList, ARateChangeKeepsTheSampleWhereItCan) {
   mStream.Add(Int16Format(0), 44100, 44100);
   mStream.Add(Int16Format(0, 1), 96000, 96000);
-  mStream.Add(Float32Format(0), 96000, 96000);
+  mStream.Add(LinearPCM(8, kSigned | kPacked, 2), 96000, 96000);
   SetCurrent(Int16Format(44100));
-  // At 96000 a mono Int16 stands before stereo Float32; with the channels left open the first
-  // entry of that sample is the mono one.
+  // The least format is the 8-bit one; with the channels left open the first entry of the same
+  // sample is the mono one.
   mFormats.SetCurrentNominalSampleRate(96000, true);
   ExpectSame(mStream.Physical(), Int16Format(96000, 1));
 }
@@ -390,6 +402,17 @@ TEST_F(FormatList, ASecondTryLeavesAllButTheFormatIDOpen) {
   SetCurrent(Int16Format(44100));
   mFormats.SetCurrentNominalSampleRate(96000, true);
   ExpectSame(mStream.Physical(), LinearPCM(8, kSigned | kPacked, 2, 96000));
+}
+
+TEST_F(FormatList, ASecondTryTakesAFormatThatSharesNothingElse) {
+  CAStreamBasicDescription theOther = LinearPCM(8, kPacked, 1);
+  theOther.mFramesPerPacket = 4;
+  mStream.Add(theOther, 96000, 96000);
+  mStream.Add(Int16Format(0), 44100, 44100);
+  SetCurrent(Int16Format(44100));
+  mFormats.SetCurrentNominalSampleRate(96000, true);
+  theOther.mSampleRate = 96000;
+  ExpectSame(mStream.Physical(), theOther);
 }
 
 TEST_F(FormatList, ARateChangeOfAnEncodedFormatIsTakenAsItIs) {

@@ -277,6 +277,14 @@ TEST_F(FormatProperties, WriteOfAVirtualFormatThatDiffersOnlyInRateChangesTheRat
   ExpectSame(mStream.Physical(), Int16Format(96000));
 }
 
+TEST_F(FormatProperties, WriteOfAVirtualFormatFillsItsWildcards) {
+  Format theFormat = {};
+  theFormat.mFormatID = 'lpcm';
+  theFormat.mSampleRate = 96000;
+  EXPECT_EQ(StatusOfWriting<Format>('sfmt', theFormat), 0);
+  ExpectSame(mStream.Physical(), Int16Format(96000));
+}
+
 TEST_F(FormatProperties, WriteOfABigEndianVirtualFormatIsRefused) {
   Format theFormat = Float32Format(48000);
   theFormat.mFormatFlags = 0xB;

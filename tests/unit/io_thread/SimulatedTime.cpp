@@ -16,6 +16,7 @@ void SimulatedTime::Reset() {
   mTimedWait = nullptr;
   mTimedWaitKeepsMutex = false;
   mPolicies.clear();
+  mThreadName.clear();
 }
 
 void SimulatedTime::NotePolicy(unsigned int inFlavor, const integer_t* inValues,
@@ -27,6 +28,16 @@ void SimulatedTime::NotePolicy(unsigned int inFlavor, const integer_t* inValues,
 std::vector<PolicyCall> SimulatedTime::GetPolicies() {
   const std::lock_guard<std::mutex> theLock(mMutex);
   return mPolicies;
+}
+
+void SimulatedTime::NoteThreadName(const char* inName) {
+  const std::lock_guard<std::mutex> theLock(mMutex);
+  mThreadName = inName;
+}
+
+std::string SimulatedTime::GetThreadName() {
+  const std::lock_guard<std::mutex> theLock(mMutex);
+  return mThreadName;
 }
 
 }  // namespace tembra::test
@@ -55,4 +66,9 @@ __attribute__((visibility("default"))) kern_return_t thread_policy_set(
   SimulatedTime::Get().NotePolicy(inFlavor, inValues, inCount);
   return KERN_SUCCESS;
 }
+}
+
+__attribute__((visibility("default"))) int pthread_setname_np(const char* inName) {
+  SimulatedTime::Get().NoteThreadName(inName);
+  return 0;
 }

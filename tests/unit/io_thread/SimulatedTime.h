@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <vector>
 
 // Time and scheduling that this executable supplies in place of the platform's: the host clock
@@ -25,6 +26,9 @@ struct SimulatedTime {
   void Reset();
   void NotePolicy(unsigned int inFlavor, const integer_t* inValues, unsigned int inCount);
   std::vector<PolicyCall> GetPolicies();
+  void NoteThreadName(const char* inName);
+  // The name that the last thread gave itself.
+  std::string GetThreadName();
 
   // In nanoseconds, which are the ticks here.
   std::atomic<uint64_t> mNow{0};
@@ -37,6 +41,7 @@ struct SimulatedTime {
  private:
   std::mutex mMutex;
   std::vector<PolicyCall> mPolicies;
+  std::string mThreadName;
 };
 
 }  // namespace tembra::test

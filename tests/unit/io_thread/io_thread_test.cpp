@@ -7,7 +7,7 @@
 #include <cmath>
 #include <limits>
 
-#include "ThreadedDevice.h"
+#include "IOThreadTest.h"
 
 namespace tembra::test {
 namespace {
@@ -15,36 +15,11 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr UInt32 kTimeConstraints = THREAD_TIME_CONSTRAINT_POLICY;
-constexpr UInt32 kPrecedence = THREAD_PRECEDENCE_POLICY;
-
 AudioTimeStamp Now(ThreadedDevice& inDevice) {
   AudioTimeStamp theTime = {};
   inDevice.GetCurrentTime(theTime);
   return theTime;
 }
-
-std::vector<Float64> CallTimes(const ThreadedDevice& inDevice) {
-  std::vector<Float64> theTimes;
-  for (const auto& theCall : inDevice.mCalls) theTimes.push_back(theCall.mNow);
-  return theTimes;
-}
-
-std::vector<UInt32> Cycles(const ThreadedDevice& inDevice) {
-  std::vector<UInt32> theCycles;
-  for (const auto& theCall : inDevice.mCalls) theCycles.push_back(theCall.mCycle);
-  return theCycles;
-}
-
-std::vector<UInt32> Flavors() {
-  std::vector<UInt32> theFlavors;
-  for (const PolicyCall& theCall : SimulatedTime::Get().GetPolicies()) {
-    theFlavors.push_back(theCall.mFlavor);
-  }
-  return theFlavors;
-}
-
-const ThreadedDevice::Step kWhole = ThreadedDevice::SleepWhole;
 
 TEST(IOThread, IsNotRunningWhenMade) {
   ThreadedDevice theDevice;
@@ -74,19 +49,29 @@ TEST(IOThread, UsageIsKeptBetweenZeroAndOne) {
   EXPECT_EQ(theStored(std::numeric_limits<Float32>::quiet_NaN()), 0.0f);
 }
 
-TEST(IOThread, NameEndsWithTheDevicesIDAndName) {
-  for (const auto& [theName, theTail] :
-       {std::pair<const char*, const char*>{"Some", "4000-Some"}, {nullptr, "4000-Unknown"}}) {
+TEST(IOThread, NameIsMadeOfTheDevicesIDAndNameAndCutAt63Bytes) {
+  const std::string theLongName(100, 'x');
+  const std::pair<const char*, std::string> kRows[] = {
+      {"Some", "com.apple.audio.hal.io.4000-Some"},
+      {nullptr, "com.apple.audio.hal.io.4000-Unknown"},
+      {theLongName.c_str(), "com.apple.audio.hal.io.4000-" + std::string(63 - 28, 'x')}};
+  for (const auto& [theName, theThreadName] : kRows) {
     ThreadedDevice theDevice(theName);
-    std::string theThreadName;
-    theDevice.mOnCall = [&] {
-      char theBuffer[16] = {};
-      pthread_getname_np(pthread_self(), theBuffer, sizeof(theBuffer));
-      theThreadName = theBuffer;
-    };
     theDevice.Run({kWhole});
-    EXPECT_THAT(theThreadName, testing::EndsWith(theTail));
+    EXPECT_EQ(SimulatedTime::Get().GetThreadName(), theThreadName);
   }
+}
+
+TEST(IOThread, PriorityIsTheHighestAndNotFixed) {
+  ThreadedDevice theDevice;
+  UInt32 theScheduledPriority = 0;
+  theDevice.mOnCall = [&] {
+    theScheduledPriority = CAPThread::getScheduledPriority(pthread_self());
+  };
+  theDevice.Run({kWhole});
+  const PolicyCall theFirst = SimulatedTime::Get().GetPolicies()[0];
+  EXPECT_EQ(theFirst.mFlavor, kPrecedence);
+  EXPECT_THAT(theFirst.mValues, ElementsAre(63 - static_cast<integer_t>(theScheduledPriority)));
 }
 
 TEST(IOThread, ARunGoesThroughItsPhases) {
@@ -198,6 +183,16 @@ TEST(IOThread, WakingPastTheEndOfTheBufferIsAnOverload) {
   EXPECT_THAT(CallTimes(theDevice), ElementsAre(1112.0, 1624.0));
 }
 
+TEST(IOThread, TheNewAnchorIsThePresentAfterTheNotice) {
+  ThreadedDevice theDevice;
+  theDevice.mOnNotification = [](UInt32 inSelector) {
+    if (inSelector == 'over') SimulatedTime::Get().mNow += 50 * ThreadedDevice::kNanosPerFrame;
+  };
+  theDevice.Run({ThreadedDevice::Late(600), kWhole});
+  EXPECT_THAT(theDevice.mSleeps, ElementsAre(512000, 512000, 512000));
+  EXPECT_THAT(CallTimes(theDevice), ElementsAre(1112.0, 1162.0 + 512));
+}
+
 TEST(IOThread, BeingAtTheLimitIsAnOverloadAndJustBelowItIsNot) {
   for (const auto& [theLateFrames, theIsOver] :
        {std::pair<UInt64, bool>{512, true}, {511, false}}) {
@@ -244,22 +239,6 @@ TEST(IOThread, AnOverloadIsToldOnceForEachLateCycle) {
   const std::vector<std::string> theLog = theDevice.GetLog();
   EXPECT_EQ(std::count(theLog.begin(), theLog.end(), "over"), 2);
 }
-
-OSStatus Proc(AudioObjectID, const AudioTimeStamp*, const AudioBufferList*, const AudioTimeStamp*,
-              AudioBufferList*, const AudioTimeStamp*, void*) {
-  return 0;
-}
-
-class NotingCommand : public HP_Command {
- public:
-  NotingCommand(ThreadedDevice& inDevice, std::string inText)
-      : HP_Command('test'), mDevice(inDevice), mText(std::move(inText)) {}
-  void Execute(HP_Device*) override { mDevice.Log(mText); }
-
- private:
-  ThreadedDevice& mDevice;
-  std::string mText;
-};
 
 TEST(IOThread, ALostClockDropsPendingCommandsAndStopsAllProcedures) {
   ThreadedDevice theDevice;
@@ -411,6 +390,24 @@ TEST(IOThread, ANewFrameSizeComesAfterTheBufferOfTheOldSize) {
               ElementsAre(512 + 20 + 512, 1024 + 20 + 512, 1536 + 20 + 256, 1792 + 20 + 256));
 }
 
+TEST(IOThread, TheBufferOfTheOldSizeIsFinishedOnceWhateverWakesTheThread) {
+  ThreadedDevice theDevice;
+  theDevice.Run({ThreadedDevice::WholeWith([&] { theDevice.SetIOBufferFrameSize(256, false); }),
+                 ThreadedDevice::WokenAfter(100), kWhole, kWhole});
+  EXPECT_THAT(CallTimes(theDevice), ElementsAre(512.0, 512.0, 1536.0, 1792.0));
+  EXPECT_THAT(theDevice.mSleeps, ElementsAre(512000, 1024000, 924000, 256000, 256000));
+}
+
+TEST(IOThread, FinishingABufferOfTheOldSizeIsNoOverloadHoweverLate) {
+  ThreadedDevice theDevice;
+  theDevice.Run({[&](UInt64 inNanos) {
+    theDevice.SetIOBufferFrameSize(256, false);
+    return ThreadedDevice::SleepAndBeLate(inNanos, 1100 * ThreadedDevice::kNanosPerFrame);
+  }});
+  EXPECT_THAT(CallTimes(theDevice), ElementsAre(1612.0, 1612.0, 1612.0));
+  EXPECT_THAT(theDevice.GetLog(), testing::Not(testing::Contains("over")));
+}
+
 TEST(IOThread, AFrameSizeSetInACommandOfThePassTakesTheSameWay) {
   ThreadedDevice theDevice;
   theDevice.mOnCall = [&] {
@@ -419,256 +416,6 @@ TEST(IOThread, AFrameSizeSetInACommandOfThePassTakesTheSameWay) {
   theDevice.Run({kWhole, kWhole});
   EXPECT_THAT(CallTimes(theDevice), ElementsAre(512.0, 512.0, 1536.0));
   EXPECT_EQ(theDevice.mSleeps.back(), 1024000u);
-}
-
-// Starting and stopping.
-
-TEST(IOThread, AStopFromWithinAProcedureTakesEffectAfterThePass) {
-  ThreadedDevice theDevice;
-  theDevice.Do_AddIOProc(Proc, nullptr);
-  theDevice.mOnCall = [&] {
-    theDevice.Do_StopIOProc(Proc);
-    theDevice.Log(theDevice.GetIOProcList()->IsAnythingEnabled() ? "still enabled" : "stopped");
-  };
-  theDevice.mSteps = {kWhole, kWhole, kWhole};
-  theDevice.Do_StartIOProc(Proc);
-  theDevice.AwaitEnd();
-  EXPECT_THAT(theDevice.GetLog(),
-              ElementsAre("clock on", "goin", "still enabled", "clock off", "goin"));
-  EXPECT_EQ(theDevice.mCalls.size(), 1u);
-  EXPECT_TRUE(theDevice.GetIOProcList()->IsNothingEnabled());
-}
-
-TEST(IOThread, StopOnTheIOThreadReturnsAtOnce) {
-  ThreadedDevice theDevice;
-  theDevice.mOnCall = [&] {
-    theDevice.mThread->Stop();
-    EXPECT_TRUE(theDevice.mThread->HasBeenStopped());
-    EXPECT_EQ(theDevice.mThread->GetWorkLoopPhase(), HP_IOThread::kRunningPhase);
-  };
-  theDevice.Run({kWhole, kWhole});
-  EXPECT_EQ(theDevice.mCalls.size(), 1u);
-}
-
-// A sleep that lasts until someone asks for the stop.
-int SleepUntilStopped(ThreadedDevice& inDevice) {
-  while (!inDevice.mThread->HasBeenStopped()) std::this_thread::yield();
-  return 0;
-}
-
-TEST(IOThread, StopFromAnotherThreadReturnsWhenTheRunHasEnded) {
-  ThreadedDevice theDevice;
-  theDevice.Do_AddIOProc(Proc, nullptr);
-  theDevice.mLastStep = [&](UInt64) { return SleepUntilStopped(theDevice); };
-  for (int i = 0; i < 20; ++i) {
-    theDevice.Do_StartIOProc(Proc);
-    theDevice.Do_StopIOProc(Proc);
-    EXPECT_EQ(theDevice.mThread->GetWorkLoopPhase(), HP_IOThread::kNotRunningPhase);
-    EXPECT_FALSE(theDevice.IsIOEngineRunning());
-  }
-  const std::vector<std::string> theLog = theDevice.GetLog();
-  EXPECT_EQ(std::count(theLog.begin(), theLog.end(), "goin"), 40);
-}
-
-TEST(IOThread, StopIsNotEndedByAnUnrelatedNotification) {
-  ThreadedDevice theDevice;
-  std::atomic<bool> theIsStopping{false};
-  std::atomic<bool> theStopReturned{false};
-  theDevice.mLastStep = [&](UInt64) {
-    SleepUntilStopped(theDevice);
-    // The stopping thread waits on the guard now, or is about to: either way it must go on to.
-    theDevice.mThread->GetIOGuard()->NotifyAll();
-    return 0;
-  };
-  theDevice.mOnNotification = [&](UInt32) {
-    if (theIsStopping) {
-      theDevice.mThread->GetIOGuard()->NotifyAll();
-      // It cannot have returned: this run has not ended.
-      EXPECT_FALSE(theStopReturned);
-    }
-  };
-  theDevice.Start();
-  theIsStopping = true;
-  {
-    CAMutex::Locker theLocker(theDevice.mThread->GetIOGuard());
-    theDevice.mThread->Stop();
-    theStopReturned = true;
-    EXPECT_EQ(theDevice.mThread->GetWorkLoopPhase(), HP_IOThread::kNotRunningPhase);
-  }
-}
-
-TEST(IOThread, StopWhileInitializingEndsTheRunBeforeAnyConstraintIsSet) {
-  ThreadedDevice theDevice;
-  theDevice.mOnNotification = [&](UInt32) {
-    if (theDevice.mThread->GetWorkLoopPhase() == HP_IOThread::kInitializingPhase) {
-      theDevice.mThread->Stop();
-    }
-  };
-  theDevice.Run({kWhole});
-  EXPECT_THAT(theDevice.mCalls, IsEmpty());
-  EXPECT_THAT(theDevice.mSleeps, IsEmpty());
-  EXPECT_THAT(Flavors(), testing::Not(testing::Contains(kTimeConstraints)));
-  EXPECT_THAT(theDevice.GetLog(), ElementsAre("clock on", "goin", "clock off", "goin"));
-}
-
-TEST(IOThread, StopFromAnotherThreadWhileInitializingWaitsForTheEnd) {
-  ThreadedDevice theDevice;
-  theDevice.mOnNotification = [&](UInt32) {
-    if (theDevice.mThread->GetWorkLoopPhase() == HP_IOThread::kInitializingPhase) {
-      SleepUntilStopped(theDevice);
-    }
-  };
-  CAMutex::Locker theLocker(theDevice.mThread->GetIOGuard());
-  theDevice.mThread->Start();
-  theDevice.mThread->Stop();
-  EXPECT_EQ(theDevice.mThread->GetWorkLoopPhase(), HP_IOThread::kNotRunningPhase);
-  EXPECT_THAT(theDevice.mCalls, IsEmpty());
-}
-
-TEST(IOThread, StopOfAThreadThatDoesNotRunDoesNothing) {
-  ThreadedDevice theDevice;
-  theDevice.mThread->Stop();
-  EXPECT_FALSE(theDevice.mThread->HasBeenStopped());
-}
-
-TEST(IOThread, StartOfARunningThreadDoesNothing) {
-  ThreadedDevice theDevice;
-  theDevice.Run({kWhole, ThreadedDevice::WokenAfter(1, [&] { theDevice.mThread->Start(); })});
-  EXPECT_THAT(theDevice.GetLog(), ElementsAre("clock on", "goin", "clock off", "goin"));
-}
-
-TEST(IOThread, StartOnTheIOThreadDuringTeardownIsRefused) {
-  ThreadedDevice theDevice;
-  theDevice.mOnNotification = [&](UInt32) {
-    if (theDevice.mThread->GetWorkLoopPhase() == HP_IOThread::kTeardownPhase) {
-      EXPECT_EQ(StatusOf([&] { theDevice.mThread->Start(); }), 'nope');
-      theDevice.Log("refused");
-    }
-  };
-  theDevice.Run({});
-  EXPECT_THAT(theDevice.GetLog(), testing::Contains("refused"));
-}
-
-TEST(IOThread, StartFromAnotherThreadDuringTeardownWaitsAndBeginsANewRun) {
-  ThreadedDevice theDevice;
-  std::atomic<int> theStage{0};
-  theDevice.mOnNotification = [&](UInt32) {
-    if (theDevice.mThread->GetWorkLoopPhase() != HP_IOThread::kTeardownPhase || theStage > 0)
-      return;
-    theStage = 1;
-    // From here the guard is the other thread's until it waits.
-    while (theStage < 2) std::this_thread::yield();
-  };
-  theDevice.Start();
-  while (theStage < 1) std::this_thread::yield();
-  {
-    CAMutex::Locker theLocker(theDevice.mThread->GetIOGuard());
-    theStage = 2;
-    theDevice.mThread->Start();
-  }
-  theDevice.AwaitEnd();
-  EXPECT_THAT(theDevice.GetLog(), ElementsAre("clock on", "goin", "clock off", "goin", "clock on",
-                                              "goin", "clock off", "goin"));
-}
-
-TEST(IOThread, StartGivesUpAfterFourWaitsOfATenthOfASecond) {
-  ThreadedDevice theDevice;
-  std::vector<UInt64> theWaits;
-  SimulatedTime& theTime = SimulatedTime::Get();
-  const auto theUsualWait = theTime.mTimedWait;
-  theTime.mTimedWaitKeepsMutex = true;
-  theTime.mTimedWait = [&](UInt64 inNanos) {
-    theWaits.push_back(inNanos);
-    return ETIMEDOUT;
-  };
-  theDevice.mLastStep = [&](UInt64) { return SleepUntilStopped(theDevice); };
-  {
-    CAMutex::Locker theLocker(theDevice.mThread->GetIOGuard());
-    EXPECT_EQ(StatusOf([&] { theDevice.mThread->Start(); }), 'nope');
-    theTime.mTimedWaitKeepsMutex = false;
-    theTime.mTimedWait = theUsualWait;
-  }
-  EXPECT_THAT(theWaits, ElementsAre(100000000, 100000000, 100000000, 100000000));
-  // The thread comes up late all the same; taking the device away ends it.
-}
-
-TEST(IOThread, AThreadThatCameUpInTheLastWaitIsASuccess) {
-  ThreadedDevice theDevice;
-  SimulatedTime& theTime = SimulatedTime::Get();
-  const auto theUsualWait = theTime.mTimedWait;
-  std::atomic<int> theWaits{0};
-  theTime.mTimedWaitKeepsMutex = true;
-  theTime.mTimedWait = [&](UInt64 inNanos) {
-    if (theDevice.mThread->IsCurrentThread()) return theUsualWait(inNanos);
-    if (++theWaits == 3) theTime.mTimedWaitKeepsMutex = false;
-    if (theWaits == 4) theUsualWait(inNanos);
-    return ETIMEDOUT;
-  };
-  theDevice.Run({kWhole});
-  EXPECT_EQ(theWaits, 4);
-  EXPECT_EQ(theDevice.mCalls.size(), 1u);
-}
-
-TEST(IOThread, CanRunAgain) {
-  ThreadedDevice theDevice;
-  theDevice.Run({kWhole});
-  theDevice.Run({kWhole, kWhole});
-  EXPECT_THAT(CallTimes(theDevice), ElementsAre(512.0, 512.0, 1024.0));
-  EXPECT_THAT(Cycles(theDevice), ElementsAre(1, 1, 2)) << "each run counts from 0";
-}
-
-TEST(IOThread, TheDestructorEndsARun) {
-  ThreadedDevice theDevice;
-  theDevice.mLastStep = [&](UInt64) { return SleepUntilStopped(theDevice); };
-  theDevice.Start();
-  theDevice.mThread->GetIOGuard();
-  // Notifications of the end still find the thread object.
-}
-
-// Exceptions.
-
-TEST(IOThread, AThrowingProcedureEndsTheRunWithoutATeardown) {
-  ThreadedDevice theDevice;
-  theDevice.mOnCall = [] { throw CAException('test'); };
-  theDevice.mOnNotification = [&](UInt32) {
-    theDevice.Log("phase " + std::to_string(theDevice.mThread->GetWorkLoopPhase()));
-  };
-  theDevice.Run({kWhole, kWhole});
-  EXPECT_THAT(theDevice.GetLog(), ElementsAre("clock on", "goin", "phase 1", "goin", "phase 2"));
-  EXPECT_THAT(Flavors(), ElementsAre(kPrecedence, kTimeConstraints));
-  EXPECT_FALSE(theDevice.IsIOEngineRunning());
-  EXPECT_TRUE(theDevice.mThread->GetIOGuard()->IsFree());
-
-  theDevice.mOnCall = nullptr;
-  theDevice.Run({kWhole});
-  EXPECT_EQ(theDevice.mCalls.size(), 2u) << "it can be started again";
-}
-
-TEST(IOThread, AnythingElseThrownIsSwallowedToo) {
-  ThreadedDevice theDevice;
-  theDevice.mOnCall = [] { throw 5; };
-  theDevice.Run({kWhole, kWhole});
-  EXPECT_EQ(theDevice.mCalls.size(), 1u);
-}
-
-TEST(IOThread, AThrowingFirstNotificationEndsTheRun) {
-  ThreadedDevice theDevice;
-  theDevice.mOnNotification = [&](UInt32) { throw CAException('test'); };
-  theDevice.Run({kWhole});
-  EXPECT_THAT(theDevice.GetLog(), ElementsAre("clock on", "goin", "goin"));
-  EXPECT_TRUE(theDevice.mThread->GetIOGuard()->IsFree());
-}
-
-TEST(IOThread, AThrowingCommandEndsTheRun) {
-  class Throwing : public HP_Command {
-   public:
-    Throwing() : HP_Command('test') {}
-    void Execute(HP_Device*) override { throw CAException('test'); }
-  };
-  ThreadedDevice theDevice;
-  theDevice.mOnCall = [&] { theDevice.ExecuteCommand(new Throwing); };
-  theDevice.Run({kWhole, kWhole});
-  EXPECT_EQ(theDevice.mCalls.size(), 1u);
 }
 
 // Others look at the position while the thread moves it: they see an anchor and a counter that

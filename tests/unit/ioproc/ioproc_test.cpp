@@ -170,6 +170,21 @@ TEST_F(IOProcTest, AllocationDoesNothingForAStoppedRecord) {
   EXPECT_TRUE(theStream->mRegistrations.empty());
 }
 
+TEST_F(IOProcTest, DeallocationRebuildsTheListsOfAStartedRecord) {
+  SimulatedStream* theStream = mDevice.AddSimulatedStream(false, FloatFormat(2));
+  HP_IOProc theIOProc = Make();
+  theIOProc.Start();
+  theIOProc.AllocateBufferLists();
+  theIOProc.DeallocateBufferLists();
+  EXPECT_EQ(theStream->mRegistrations.size(), 2u);
+  EXPECT_EQ(theStream->mUnregistrations.size(), 1u);
+  ASSERT_NE(theIOProc.GetAudioBufferList(false), nullptr);
+  ASSERT_EQ(theIOProc.GetIOBufferList(false).size(), 1u);
+  EXPECT_EQ(theIOProc.GetAudioBufferList(false)->mBuffers[0].mData,
+            theIOProc.GetIOBufferList(false)[0]->GetData());
+  Free(theIOProc);
+}
+
 TEST_F(IOProcTest, BufferHasAHeaderAndRoomForThePadding) {
   mDevice.mPadding = 3;
   SimulatedStream* theStream = mDevice.AddSimulatedStream(false, FloatFormat(2));
@@ -347,6 +362,21 @@ TEST_F(IOProcTest, CallPassesAllArgumentsAndItsOwnRefreshedList) {
   EXPECT_EQ(mCalls.mOutput, theIOProc.GetAudioBufferList(false));
   EXPECT_EQ(mCalls.mInput, theIOProc.GetAudioBufferList(true));
   EXPECT_EQ(Samples(theIOProc)[0], 0.0f) << "refreshed before the call";
+  Free(theIOProc);
+}
+
+TEST_F(IOProcTest, CallRefreshesTheOwnInputListToo) {
+  mDevice.AddSimulatedStream(true, FloatFormat(2));
+  HP_IOProc theIOProc = Make();
+  theIOProc.Start();
+  theIOProc.AllocateBufferLists();
+  AudioBuffer& theEntry = theIOProc.GetAudioBufferList(true)->mBuffers[0];
+  theEntry = {9, 1, nullptr};
+  Call(theIOProc);
+  EXPECT_EQ(mCalls.mInput, theIOProc.GetAudioBufferList(true));
+  EXPECT_EQ(theEntry.mNumberChannels, 2u);
+  EXPECT_EQ(theEntry.mDataByteSize, 512u * 8);
+  EXPECT_EQ(theEntry.mData, theIOProc.GetIOBufferList(true)[0]->GetData());
   Free(theIOProc);
 }
 

@@ -280,6 +280,24 @@ TEST_F(IOProcListTest, RefreshOfOneDirectionClearsAllOutputLists) {
   EXPECT_FALSE(Record(theB)->BufferListHasData(false));
 }
 
+TEST_F(IOProcListTest, RefreshRestoresTheSharedInputList) {
+  mDevice.AddSimulatedStream(true, FloatFormat(2));
+  mList.StartIOProc(mList.AddIOProc(ProcA, &mDataA, true));
+  AudioBuffer& theEntry = mList.GetSharedAudioBufferList(true)->mBuffers[0];
+  const auto theEntryIsWhole = [&] {
+    return theEntry.mNumberChannels == 2 && theEntry.mDataByteSize == 512 * 8 &&
+           theEntry.mData == mList.GetSharedIOBufferList(true)[0]->GetData();
+  };
+  theEntry = {9, 1, nullptr};
+  mList.RefreshIOProcBufferLists(false);
+  EXPECT_FALSE(theEntryIsWhole()) << "the other direction";
+  mList.RefreshIOProcBufferLists(true);
+  EXPECT_TRUE(theEntryIsWhole());
+  theEntry = {9, 1, nullptr};
+  mList.RefreshAllIOProcBufferLists();
+  EXPECT_TRUE(theEntryIsWhole());
+}
+
 TEST_F(IOProcListTest, AllListsAreRebuiltFreedAndBuiltAsAsked) {
   mDevice.AddSimulatedStream(true, FloatFormat(1));
   mDevice.AddSimulatedStream(false, FloatFormat(1));

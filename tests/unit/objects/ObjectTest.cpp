@@ -47,6 +47,7 @@ class Helper : public HP_Property {
 
   bool IsActive(const AudioObjectPropertyAddress& inAddress) const override {
     mAsked.push_back(inAddress.mSelector);
+    mAskedScope = inAddress.mScope;
     return mActive;
   }
   bool IsPropertySettable(const AudioObjectPropertyAddress&) const override { return mSettable; }
@@ -77,6 +78,7 @@ class Helper : public HP_Property {
   }
 
   std::vector<AudioObjectPropertyAddress> mAddresses;
+  mutable AudioObjectPropertyScope mAskedScope = 0;
   bool mActive = true;
   bool mSettable = true;
   UInt8 mValue = 0;
@@ -423,6 +425,8 @@ TEST(ObjectProperties, WildcardRequestIsAnsweredByTheFirstActiveHelper) {
   theObject.AddProperty(&theSecond);
   EXPECT_EQ(&theSecond, theObject.FindActivePropertyByAddress(Address('a', '****')));
   EXPECT_THAT(theFirst.mAsked, ElementsAre('a'));
+  // It is asked about the request, not about the address that it implements.
+  EXPECT_EQ(UInt32{'****'}, theFirst.mAskedScope);
   theFirst.mActive = true;
   EXPECT_EQ(&theFirst, theObject.FindActivePropertyByAddress(Address('a', '****')));
 }

@@ -156,13 +156,13 @@ void Observe(CFNotificationCenterRef, void*, CFStringRef, const void*, CFDiction
 
 TEST_F(DistributedNotification, ObserverIsAddedForAnyObject) {
   CACFDistributedNotification::AddObserver(this, Observe, CFSTR("a name"),
-                                           CFNotificationSuspensionBehaviorDrop);
+                                           CFNotificationSuspensionBehaviorHold);
   EXPECT_THAT(gPlatform.mCalls, ElementsAre("AddObserver"));
   EXPECT_EQ(this, gPlatform.mObserver);
   EXPECT_EQ(&Observe, gPlatform.mNotificationCallback);
   EXPECT_EQ("a name", gPlatform.mName);
   EXPECT_EQ(nullptr, gPlatform.mObject);
-  EXPECT_EQ(CFNotificationSuspensionBehaviorDrop, gPlatform.mBehavior);
+  EXPECT_EQ(CFNotificationSuspensionBehaviorHold, gPlatform.mBehavior);
 }
 
 TEST_F(DistributedNotification, ObserverIsRemovedForAnyObject) {

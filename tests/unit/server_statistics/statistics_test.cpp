@@ -35,7 +35,9 @@ ServerReport Report() {
   client.mHasLevels = true;
   client.mPeak = 0.5f;
   client.mRootMeanSquare = 0.0;
+  client.mPort.oversized = 9;
   report.mClients.push_back(client);
+  report.mListener.refusedUser = 6;
   return report;
 }
 
@@ -59,6 +61,9 @@ TEST(StatisticsJSON, HoldsTheCounters) {
   EXPECT_NEAR(client["level"]["peak_db"].get<double>(), -6.0206, 1e-3);
   EXPECT_TRUE(client["level"]["rms_db"].is_null());
   EXPECT_TRUE(client["recording"].is_null());
+  EXPECT_EQ(client["data_port"]["oversized"], 9);
+  EXPECT_EQ(json["server"]["listener_port"]["refused_user"], 6);
+  EXPECT_EQ(json["server"]["listener_port"]["malformed"], 0);
   EXPECT_TRUE(json["ended"].empty());
 }
 

@@ -83,7 +83,26 @@ class LockedStream : public HP_Stream {
     mWasLocked = GetOwningDevice()->GetDeviceStateMutex()->IsOwnedByCurrentThread();
     throw CAException('test');
   }
+  using HP_Stream::AddProperty;
+  using HP_Stream::RemoveProperty;
   mutable bool mWasLocked = false;
+};
+
+// A property whose every operation begins with the question whether it is active.
+class LockedProperty : public HP_Property {
+ public:
+  explicit LockedProperty(const LockedStream& inStream) : mStream(inStream) {}
+  bool IsActive(const AudioObjectPropertyAddress&) const override {
+    mStream.mWasLocked = mStream.GetOwningDevice()->GetDeviceStateMutex()->IsOwnedByCurrentThread();
+    return true;
+  }
+  UInt32 GetNumberAddressesImplemented() const override { return 1; }
+  void GetImplementedAddressByIndex(UInt32, AudioObjectPropertyAddress& outAddress) const override {
+    outAddress.mSelector = 'lock';
+  }
+
+ private:
+  const LockedStream& mStream;
 };
 
 constexpr UInt32 kNameSelectors[] = {'lnam', 'lmak', 'lchn', 'lccn', 'lcnn'};
@@ -394,6 +413,26 @@ TEST_F(Stream, PropertyOperationsHoldTheStateMutexAndLetItGo) {
   CAMutex::Locker theLocker(theMutex);
   ReadValue<UInt32>(theStream, CAPropertyAddress('ltnc'));
   EXPECT_TRUE(theMutex.IsOwnedByCurrentThread());
+}
+
+TEST_F(Stream, EachPropertyOperationHoldsTheStateMutex) {
+  LockedStream theStream(0, nullptr, &mDevice, false, 1);
+  LockedProperty theProperty(theStream);
+  theStream.AddProperty(&theProperty);
+  const CAPropertyAddress theAddress('lock');
+  UInt32 theSize = 0;
+  const std::function<void()> theOperations[] = {
+      [&] { theStream.HasProperty(theAddress); }, [&] { theStream.IsPropertySettable(theAddress); },
+      [&] { theStream.GetPropertyDataSize(theAddress, 0, nullptr); },
+      [&] { theStream.GetPropertyData(theAddress, 0, nullptr, theSize, nullptr); },
+      [&] { theStream.SetPropertyData(theAddress, 0, nullptr, 0, nullptr, nullptr); }};
+  for (const auto& theOperation : theOperations) {
+    theStream.mWasLocked = false;
+    theOperation();
+    EXPECT_TRUE(theStream.mWasLocked);
+    EXPECT_TRUE(mDevice.GetDeviceStateMutex()->IsFree());
+  }
+  theStream.RemoveProperty(&theProperty);
 }
 
 TEST_F(Stream, ShowsItself) {

@@ -46,6 +46,7 @@ TEST(CommonFormat, AnswersOtherForPlainFormatsWithoutAName) {
   ExpectCommon(LinearPCM(16, kPacked, 2), Format::kPCMFormatOther);
   ExpectCommon(LinearPCM(16, kFloat, 2), Format::kPCMFormatOther);
   ExpectCommon(LinearPCM(16, kSigned | 0x80, 2), Format::kPCMFormatOther);
+  ExpectCommon(LinearPCM(64, kSigned | kPacked | k24BitFraction, 2), Format::kPCMFormatOther);
   ExpectCommon(LinearPCM(32, kFloat | kPacked | kBigEndian, 2), Format::kPCMFormatOther);
   // A big-endian float with flags that no float may have is not looked at closely.
   ExpectCommon(LinearPCM(32, kFloat | kSigned | kBigEndian, 2), Format::kPCMFormatOther);

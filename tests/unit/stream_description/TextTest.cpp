@@ -81,8 +81,10 @@ TEST(BriefText, OfAnEmptyFormatHasNoName) {
 }
 
 TEST(BriefText, OfOtherFormatsIsTheLongOne) {
+  CAStreamBasicDescription theCodeAlone;
+  theCodeAlone.mFormatID = 'aac ';
   for (const CAStreamBasicDescription& theFormat :
-       {LinearPCM(24, kSigned, 2), Encoded('aac '), Encoded('alac')}) {
+       {LinearPCM(24, kSigned, 2), Encoded('aac '), Encoded('alac'), theCodeAlone}) {
     EXPECT_EQ(Text(theFormat, true), Text(theFormat, false));
   }
 }

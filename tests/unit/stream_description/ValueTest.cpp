@@ -188,6 +188,7 @@ TEST(StreamDescription, FillOutGivesOnlyWildcardsAValue) {
 TEST(Normalize, MakesAMixableFormatInterleavedFloat) {
   CAStreamBasicDescription theFormat =
       LinearPCM(16, kSigned | kPacked | kBigEndian | kNonInterleaved, 6, 96000.0);
+  theFormat.mFramesPerPacket = 7;
   theFormat.mReserved = 5;
   CAStreamBasicDescription::NormalizeLinearPCMFormat(theFormat);
   EXPECT_EQ(theFormat.mSampleRate, 96000.0);
@@ -311,6 +312,10 @@ TEST(Equality, InterleavingIsIgnoredInMono) {
   constexpr UInt32 kFlags = kSigned | kPacked;
   ExpectEqual(LinearPCM(16, kFlags, 1), LinearPCM(16, kFlags | kNonInterleaved, 1));
   ExpectDifferent(LinearPCM(16, kFlags, 2), LinearPCM(16, kFlags | kNonInterleaved, 2));
+  // A wildcard is not known to be mono.
+  CAStreamBasicDescription theAny = LinearPCM(16, kFlags, 1);
+  theAny.mChannelsPerFrame = 0;
+  ExpectDifferent(theAny, LinearPCM(16, kFlags | kNonInterleaved, 1));
 }
 
 TEST(Equality, MixabilityCounts) {
@@ -352,6 +357,17 @@ TEST(FunctionalEquivalence, PackingCountsIfSignificantInOneOfThem) {
   EXPECT_TRUE(CAStreamBasicDescription::IsFunctionallyEquivalent(theX, theY));
   theY.mBytesPerFrame = 0;
   EXPECT_FALSE(CAStreamBasicDescription::IsFunctionallyEquivalent(theX, theY));
+  EXPECT_FALSE(CAStreamBasicDescription::IsFunctionallyEquivalent(theY, theX));
+}
+
+TEST(FunctionalEquivalence, AlignmentCountsIfSignificantInOneOfThem) {
+  CAStreamBasicDescription theX = LinearPCM(24, kSigned | kHighAligned, 2);
+  CAStreamBasicDescription theY = theX;
+  theY.mFormatFlags = kSigned;
+  EXPECT_TRUE(CAStreamBasicDescription::IsFunctionallyEquivalent(theX, theY));
+  theY.mBytesPerFrame = 0;
+  EXPECT_FALSE(CAStreamBasicDescription::IsFunctionallyEquivalent(theX, theY));
+  EXPECT_FALSE(CAStreamBasicDescription::IsFunctionallyEquivalent(theY, theX));
 }
 
 TEST(MatchingFlags, TestsOnlyTheFirstFormatForLinearPCM) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <thread>
+#include <vector>
 
 #include "support/CAException.h"
 #include "support/CAGuard.h"
@@ -73,17 +74,17 @@ TEST(Guard, NotifyAllWakesAll) {
     theGuard.NotifyAll();
     while (!theGo) theGuard.Wait();
   };
-  std::thread theFirst(theWait);
-  std::thread theSecond(theWait);
+  // Many, so that waiters that wake by themselves do not hide the others.
+  std::vector<std::thread> theThreads;
+  for (int i = 0; i < 16; ++i) theThreads.emplace_back(theWait);
   {
     CAGuard::Locker theLocker(theGuard);
-    while (theWaiting != 2) theGuard.Wait();
+    while (theWaiting != 16) theGuard.Wait();
     theGo = true;
   }
   // Without the lock, as is allowed.
   theGuard.NotifyAll();
-  theFirst.join();
-  theSecond.join();
+  for (std::thread& theThread : theThreads) theThread.join();
 }
 
 TEST(Guard, NotificationsWithoutAWaiterAreLost) {

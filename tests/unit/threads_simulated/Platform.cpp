@@ -1,7 +1,6 @@
 #include "unit/threads_simulated/Platform.h"
 
 #include <dlfcn.h>
-#include <errno.h>
 
 #include <mutex>
 
@@ -37,7 +36,7 @@ extern "C" kern_return_t thread_policy_set(thread_t, thread_policy_flavor_t inFl
   return gPlatform.mPolicyResult;
 }
 
-extern "C" kern_return_t thread_info(thread_inspect_t, thread_flavor_t inFlavor,
+extern "C" kern_return_t thread_info(thread_inspect_t inThread, thread_flavor_t inFlavor,
                                      thread_info_t outInfo, mach_msg_type_number_t* ioCount) {
   std::lock_guard theLock(sMutex);
   gPlatform.mInfoFlavors.push_back(inFlavor);
@@ -45,7 +44,9 @@ extern "C" kern_return_t thread_info(thread_inspect_t, thread_flavor_t inFlavor,
   switch (inFlavor) {
     case THREAD_BASIC_INFO:
       if (*ioCount != THREAD_BASIC_INFO_COUNT) return KERN_INVALID_ARGUMENT;
-      reinterpret_cast<thread_basic_info_t>(outInfo)->policy = gPlatform.mThreadPolicy;
+      reinterpret_cast<thread_basic_info_t>(outInfo)->policy =
+          gPlatform.mOtherPolicies.contains(inThread) ? gPlatform.mOtherPolicies.at(inThread)
+                                                      : gPlatform.mThreadPolicy;
       return KERN_SUCCESS;
     case THREAD_SCHED_TIMESHARE_INFO:
       if (*ioCount != POLICY_TIMESHARE_INFO_COUNT) return KERN_INVALID_ARGUMENT;
@@ -68,4 +69,12 @@ int pthread_setname_np(const char* inName) {
   std::lock_guard theLock(sMutex);
   gPlatform.mNames.emplace_back(inName);
   return 0;
+}
+
+extern "C" int pthread_attr_setdetachstate(pthread_attr_t* outAttributes, int inState) noexcept {
+  static auto* const sPlatforms = reinterpret_cast<int (*)(pthread_attr_t*, int)>(
+      dlsym(RTLD_NEXT, "pthread_attr_setdetachstate"));
+  gPlatform.mDetachStates.push_back(inState);
+  return gPlatform.mDetachResult != 0 ? gPlatform.mDetachResult
+                                      : sPlatforms(outAttributes, inState);
 }

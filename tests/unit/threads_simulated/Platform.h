@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <stdint.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -28,11 +29,13 @@ struct SimulatedPlatform {
   kern_return_t mPolicyResult = KERN_SUCCESS;
 
   policy_t mThreadPolicy = POLICY_TIMESHARE;
+  std::map<thread_t, policy_t> mOtherPolicies;  // of threads that run under another one
   bool mThreadInfoFails = false;
   std::vector<thread_flavor_t> mInfoFlavors;
 
   std::vector<std::string> mNames;
-  int mCreateResult = 0;
+  std::vector<int> mDetachStates;
+  int mDetachResult = 0;
 };
 
 extern SimulatedPlatform gPlatform;

@@ -1,9 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <errno.h>
+
+#include <atomic>
 #include <string>
 #include <thread>
 
+#include "support/CAException.h"
 #include "support/CAPThread.h"
 #include "unit/threads_simulated/Platform.h"
 
@@ -55,6 +59,48 @@ TEST_F(Scheduling, FlavoursAreThePublishedOnes) {
 TEST_F(Scheduling, ThreadWithAPriorityTakesPrecedence) {
   Run(Nothing, 63u, false, false, nullptr);
   EXPECT_THAT(gPlatform.mPolicies, ElementsAre(Precedence(63 - 31)));
+}
+
+TEST_F(Scheduling, PriorityIsCountedFromThatOfTheCallingThread) {
+  struct Gate {
+    std::atomic<bool> mIsRunning{false};
+    std::atomic<bool> mIsOpen{false};
+  } theGate;
+  CAPThread theThread(
+      [](void* inGate) -> void* {
+        auto& theGate = *static_cast<Gate*>(inGate);
+        theGate.mIsRunning = true;
+        while (!theGate.mIsOpen) std::this_thread::yield();
+        return nullptr;
+      },
+      &theGate);
+  theThread.Start();
+  while (!theGate.mIsRunning) std::this_thread::yield();
+  gPlatform.mOtherPolicies[pthread_mach_thread_np(theThread.GetPThread())] = POLICY_FIFO;
+  gPlatform.mPolicies.clear();
+  EXPECT_EQ(55u, theThread.GetScheduledPriority());
+  theThread.SetPriority(40, false);
+  EXPECT_THAT(gPlatform.mPolicies, ElementsAre(Precedence(40 - 31)));
+  theGate.mIsOpen = true;
+  while (theThread.IsRunning()) std::this_thread::yield();
+}
+
+TEST_F(Scheduling, ThreadStartsDetached) {
+  Run(Nothing, 63u, false, false, nullptr);
+  EXPECT_THAT(gPlatform.mDetachStates, ElementsAre(PTHREAD_CREATE_DETACHED));
+}
+
+TEST_F(Scheduling, StartThatFailsThrowsThePlatformsError) {
+  CAPThread theThread(Nothing, nullptr);
+  gPlatform.mDetachResult = EINVAL;
+  try {
+    theThread.Start();
+    ADD_FAILURE() << "started";
+  } catch (const CAException& inException) {
+    EXPECT_EQ(EINVAL, inException.GetError());
+  }
+  EXPECT_FALSE(theThread.IsRunning());
+  EXPECT_TRUE(gPlatform.mPolicies.empty());
 }
 
 TEST_F(Scheduling, FixedPriorityTurnsTimeSharingOffFirst) {

@@ -154,7 +154,10 @@ TEST(WireBlockWriter, OneMonoBufferGoesOutAsItStandsWhateverTheFlag) {
   for (bool deinterleave : {false, true}) {
     Bytes wanted = Header(1);
     AppendRecord(wanted, 1, samples);
-    EXPECT_EQ(Write(Float(1), List(1).Set(0, 1, 64, samples.data()).Get(), deinterleave), wanted);
+    // The format plays no part then.
+    for (const AudioStreamBasicDescription& format : {Float(1), Float(2), NonInterleaved(0)}) {
+      EXPECT_EQ(Write(format, List(1).Set(0, 1, 64, samples.data()).Get(), deinterleave), wanted);
+    }
   }
 }
 
