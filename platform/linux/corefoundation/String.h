@@ -45,7 +45,7 @@ namespace tembra::cf {
 template <size_t N>
 struct ConstantText {
   consteval ConstantText(const char (&inText)[N]) {
-    for (size_t i = 0; i < N; ++i) mCharacters[i] = static_cast<UniChar>(inText[i]);
+    for (size_t i = 0; i < N; ++i) mCharacters[i] = static_cast<unsigned char>(inText[i]);
   }
   UniChar mCharacters[N]{};
 };

@@ -132,12 +132,13 @@ CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef, CFStringRef inText) {
 }
 
 CFStringRef CFUUIDCreateString(CFAllocatorRef inAllocator, CFUUIDRef inUUID) {
+  static constexpr char16_t kDigits[] = u"0123456789ABCDEF";
   UniChar text[36];
   size_t at = 0;
   for (size_t i = 0; i < inUUID->mBytes.size(); ++i) {
     if (i == 4 || i == 6 || i == 8 || i == 10) text[at++] = '-';
-    text[at++] = static_cast<UniChar>("0123456789ABCDEF"[inUUID->mBytes[i] >> 4]);
-    text[at++] = static_cast<UniChar>("0123456789ABCDEF"[inUUID->mBytes[i] & 15]);
+    text[at++] = kDigits[inUUID->mBytes[i] >> 4];
+    text[at++] = kDigits[inUUID->mBytes[i] & 15];
   }
   return CreateString(inAllocator, text, 36);
 }

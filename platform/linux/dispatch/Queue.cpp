@@ -164,8 +164,8 @@ void Queue::RunFront() {
     RunHere(item.work, item.context);
     ++done;
   }
-  // Last, for the queue may go with these.
-  while (done-- > 0) Release();
+  // Last, for the queue may go with these: each item held one reference.
+  while (done-- > 0) Release();  // NOLINT(clang-analyzer-cplusplus.NewDelete)
 }
 
 void Queue::Work(void* inQueue) {

@@ -46,7 +46,7 @@ class Footprint {
  private:
   pid_t mProcess;
   int mDescriptors;
-  long mResident;
+  long mResident = 0;
 };
 
 }  // namespace tembra::test

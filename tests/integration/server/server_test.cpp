@@ -180,7 +180,8 @@ TEST_F(Server, ClientThatCameAgainStartsANewSession) {
   }
   ASSERT_TRUE(
       WaitForStatistics([](const nlohmann::json& inJSON) { return inJSON["ended"].size() == 3; }));
-  for (const auto& session : Statistics()["ended"]) EXPECT_EQ(session["blocks"], 1);
+  const nlohmann::json json = Statistics();
+  for (const auto& session : json["ended"]) EXPECT_EQ(session["blocks"], 1);
 }
 
 TEST_F(Server, SecondServerSaysSoAndDisturbsNobody) {

@@ -109,7 +109,14 @@ class ThreadedDevice : public SimulatedDevice {
   }
   void StopIOCycleTimingServices() override { Log("clock off"); }
   bool EstablishIOCycleAnchorTime(AudioTimeStamp& ioTime) override {
-    return mHasAnchor && HP_Device::EstablishIOCycleAnchorTime(ioTime);
+    EXPECT_EQ(ioTime.mFlags, 7u);
+    EXPECT_EQ(ioTime.mSampleTime, 0.0);
+    EXPECT_EQ(ioTime.mHostTime, 0u);
+    const bool theAnswer = mHasAnchor && HP_Device::EstablishIOCycleAnchorTime(ioTime);
+    if (mThread->GetWorkLoopPhase() == HP_IOThread::kRunningPhase) {
+      SimulatedTime::Get().mNow += mFramesToAnchor * kNanosPerFrame;
+    }
+    return theAnswer;
   }
   bool UpdateIOCycleTimingServices() override { return mClockHasShifted; }
   void GetCurrentTime(AudioTimeStamp& outTime) override {
@@ -165,6 +172,7 @@ class ThreadedDevice : public SimulatedDevice {
   std::function<void()> mOnCall;
   std::function<void(UInt32)> mOnNotification;
   bool mIsLogged = true;
+  UInt64 mFramesToAnchor = 0;  // what taking an anchor costs in the steady state
   std::atomic<bool> mCallAnswer{true};
   std::atomic<bool> mHasAnchor{true};
   std::atomic<bool> mClockHasShifted{false};

@@ -172,6 +172,15 @@ TEST(IOThread, AShiftedClockWithoutAnAnchorIsTakenAtThePresent) {
   EXPECT_EQ(theDevice.mCalls[0].mOutputTime.mSampleTime, 612 + 20 + 512);
 }
 
+TEST(IOThread, AfterAShiftOfTheClockTheProceduresGetThePresentTimeAnew) {
+  ThreadedDevice theDevice;
+  theDevice.mClockHasShifted = true;
+  theDevice.mFramesToAnchor = 30;
+  theDevice.Run({kWhole});
+  EXPECT_THAT(CallTimes(theDevice), ElementsAre(512.0 + 30));
+  EXPECT_EQ(theDevice.mCalls[0].mOutputTime.mSampleTime, 512 + 20 + 512) << "from the anchor";
+}
+
 // Overload.
 
 TEST(IOThread, WakingPastTheEndOfTheBufferIsAnOverload) {
