@@ -35,8 +35,13 @@ function(tembra_tests kind timeout)
         endif()
       endforeach()
     endif()
+    # A unit test is alone with the code it links: no bundle is loaded beside it.
+    set(environment "")
+    if(kind STREQUAL "unit")
+      set(environment ENVIRONMENT "TEMBRA_HAL_PLUGIN_PATH=")
+    endif()
     gtest_discover_tests(${target} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST
-                         PROPERTIES TIMEOUT ${timeout} LABELS ${kind})
+                         PROPERTIES TIMEOUT ${timeout} LABELS ${kind} ${environment})
   endforeach()
 endfunction()
 

@@ -29,7 +29,7 @@ constexpr unsigned kQuickAttempts = 5;
 // How long blocks may stay on their way after a client or the server said good-bye.
 constexpr uint64_t kDrainTime = kSecond;
 // How long a session without connections waits for one that was not taken yet.
-constexpr uint64_t kLinger = kSecond / 5;
+constexpr uint64_t kLinger = kSecond / 2;
 // After so many check intervals without an echo a client counts as gone.
 constexpr double kChecksUntilDropped = 3.0;
 constexpr uint64_t kReminderInterval = 10 * kSecond;
@@ -363,7 +363,9 @@ void Server::CheckSessions(uint64_t inNow) {
     const uint64_t since = inNow - session->GetStateSince();
     const bool cutOff = !HasListenerPeer(pid) && !session->HasDataConnection();
     if (session->GetState() == ClientSession::State::kEnding) {
-      if (since >= (session->HasDataConnection() ? kDrainTime : kLinger)) ending.push_back(pid);
+      // A backlog is read to its end, however long that takes.
+      const uint64_t patience = session->HasDataConnection() ? kDrainTime : kLinger;
+      if (since >= patience && quiet >= patience) ending.push_back(pid);
       continue;
     }
     if ((!ProcessExists(pid) || cutOff) && since >= kLinger && quiet >= kLinger) {

@@ -89,7 +89,7 @@ OSStatus AnswerList(std::span<const AudioObjectID> inIDs, UInt32& ioSize, void* 
 std::vector<AudioObjectID> GetOwnedObjects(AudioObjectID inOwnerID, UInt32 inQualifierSize,
                                            const void* inQualifier) {
   std::vector<AudioClassID> classes(inQualifier ? inQualifierSize / sizeof(AudioClassID) : 0);
-  if (!classes.empty()) {
+  if (inQualifier && !classes.empty()) {
     memcpy(classes.data(), inQualifier, classes.size() * sizeof(AudioClassID));
   }
   const Host& host = Host::Get();

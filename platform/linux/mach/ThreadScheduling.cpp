@@ -32,7 +32,7 @@ static_assert(sizeof(KernelSchedulingAttributes) == 48);
 constexpr uint64_t kFlagResetOnFork = 0x01;
 constexpr uint64_t kMinimumRuntime = 1024;
 // The kernel's defaults for the bounds of a period.
-constexpr uint64_t kMinimumPeriod = 100 * 1000;
+constexpr uint64_t kMinimumPeriod = 100'000;
 constexpr uint64_t kMaximumPeriod = uint64_t{1} << 32;
 // Above kernel threads that serve no deadline, below those that keep the machine alive.
 constexpr int kFIFOPriority = 20;

@@ -153,6 +153,8 @@ TEST_F(PlugIn, InitializeWithObjectIDTakesTheID) {
 }
 
 TEST_F(PlugIn, InitializeWithObjectIDListensToTheSystem) {
+  // The HAL behind the calls shall load no plug-in of its own, which would listen too.
+  setenv("TEMBRA_HAL_PLUGIN_PATH", "", 1);
   HP_SystemInfo::Teardown();
   sListenedTo.clear();
   EXPECT_EQ(0, mEntries->InitializeWithObjectID(mSelf, 77));
