@@ -18,7 +18,7 @@ struct MixerSettings {
   // at the listener already.
   bool mSkipIdle = false;
   // The longest silence put between streams.
-  uint64_t mMaxGapFrames = 60 * 44100;
+  uint64_t mMaxGapFrames = uint64_t{60} * 44100;
 };
 
 // Sums streams into one of interleaved float frames. A stream that begins is placed by its host

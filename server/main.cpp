@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <thread>
 
 #include "server/RecordingFile.h"
@@ -117,9 +118,7 @@ std::string FindContradiction(const Options& inOptions) {
   return {};
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Serve(int argc, char** argv) {
   Options options;
   std::string play;
   CLI::App app{
@@ -157,7 +156,18 @@ int main(int argc, char** argv) {
   });
   const int status = server.Run();
   // Ends the wait if no signal did.
-  pthread_kill(waiter.native_handle(), SIGTERM);
+  pthread_kill(waiter.native_handle(), SIGHUP);
   waiter.join();
   return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Serve(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "tmbasrv: %s\n", error.what());
+    return tembra::kExitFailed;
+  }
 }

@@ -14,7 +14,6 @@
 #include "notifications/NotificationWire.h"
 #include "notifications/Poster.h"
 
-using tembra::Descriptor;
 using tembra::MutexLock;
 using tembra::cf::Owned;
 using namespace tembra::notifications;

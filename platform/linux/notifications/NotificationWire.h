@@ -25,7 +25,7 @@ constexpr uint16_t kVersion = 1;
 constexpr uint16_t kHasObject = 1;
 constexpr uint16_t kHasInfo = 2;
 constexpr size_t kMaxText = 1024;
-constexpr size_t kMaxInfo = 48 * 1024;
+constexpr size_t kMaxInfo = size_t{48} * 1024;
 constexpr size_t kMaxDatagram = sizeof(Header) + 2 * kMaxText + kMaxInfo;
 
 // What a datagram holds; the views are into its bytes.

@@ -117,6 +117,7 @@ void WaitForRoom(const std::string& inDatagram, std::vector<Waiting>& ioWaiting)
     const int64_t left = deadline - MonotonicNanos();
     if (left <= 0) break;
     std::vector<pollfd> polls;
+    polls.reserve(ioWaiting.size());
     for (const Waiting& waiting : ioWaiting) polls.push_back({waiting.socket.Get(), POLLOUT, 0});
     const timespec rest{left / kNanosPerSecond, left % kNanosPerSecond};
     if (ppoll(polls.data(), polls.size(), &rest, nullptr) <= 0) continue;
