@@ -6,6 +6,7 @@
 #include "formats/HP_FormatList.h"
 #include "objects/CAPropertyAddress.h"
 #include "support/CAException.h"
+#include "support/CAGuard.h"
 #include "support/CAMutex.h"
 
 namespace {
@@ -170,5 +171,11 @@ void TMBACLN_Stream::RefreshAvailablePhysicalFormats() {
   changes.AppendUniqueItem(CAPropertyAddress(kAudioStreamPropertyAvailableVirtualFormats));
   changes.AppendUniqueItem(CAPropertyAddress(kAudioStreamPropertyPhysicalFormats));
   changes.AppendUniqueItem(CAPropertyAddress(kAudioDevicePropertyStreamFormats));
+  // The notification takes the state mutex anew, which comes before the guard: who has both lets go
+  // of the guard meanwhile.
+  CAGuard* guard = mOwningDevice->GetIOGuard();
+  const bool hadGuard = guard != nullptr && guard->IsOwnedByCurrentThread();
+  if (hadGuard) guard->Unlock();
   PropertiesChanged(changes.GetNumberItems(), changes.GetItems());
+  if (hadGuard) guard->Lock();
 }

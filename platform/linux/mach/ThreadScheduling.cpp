@@ -30,6 +30,8 @@ struct KernelSchedulingAttributes {
 static_assert(sizeof(KernelSchedulingAttributes) == 48);
 
 constexpr uint64_t kFlagResetOnFork = 0x01;
+constexpr uint64_t kFlagReclaim = 0x02;
+constexpr uint64_t kSharesOfPeriod = 4;
 constexpr uint64_t kMinimumRuntime = 1024;
 // The kernel's defaults for the bounds of a period.
 constexpr uint64_t kMinimumPeriod = 100'000;
@@ -57,9 +59,19 @@ KernelSchedulingAttributes Attributes(uint32_t inPolicy) {
 
 bool ApplyDeadline(pid_t inThread, const TimeConstraint& inConstraint) {
   KernelSchedulingAttributes attributes = Attributes(SCHED_DEADLINE);
-  attributes.runtime = inConstraint.mComputation;
+  // The computation is what the thread itself needs, without what clients do in its cycle; the
+  // kernel would hold it to that and put off a longer cycle to the next period, however idle the
+  // machine is. So it gets a quarter of the period at least, and may reclaim what others leave.
+  const uint64_t share =
+      std::min<uint64_t>(inConstraint.mPeriod / kSharesOfPeriod, inConstraint.mConstraint);
+  attributes.runtime = std::max<uint64_t>(inConstraint.mComputation, share);
   attributes.deadline = inConstraint.mConstraint;
   attributes.period = inConstraint.mPeriod;
+  attributes.flags |= kFlagReclaim;
+  if (SetAttributes(inThread, attributes)) {
+    return true;
+  }
+  attributes.flags &= ~kFlagReclaim;
   return SetAttributes(inThread, attributes);
 }
 

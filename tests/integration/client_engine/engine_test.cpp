@@ -223,13 +223,14 @@ TEST_F(Engine, AStartWhileAStopIsUnderWayComesAfterIt) {
   // The I/O thread tells of its end without the guard. The start has the guard from before it
   // counts as enabled until it waits.
   std::thread starter;
+  std::atomic<bool> started{false};  // the new run tells of its begin, on a thread of its own
   FakeHAL::Get().mOnChange = [&](AudioObjectPropertySelector inSelector) {
-    if (inSelector != kAudioDevicePropertyDeviceIsRunning || starter.joinable()) return;
+    if (inSelector != kAudioDevicePropertyDeviceIsRunning || started.exchange(true)) return;
     starter = std::thread([&] { Device().Do_StartIOProc(secondID); });
     EXPECT_TRUE(WaitFor([&] { return Device().GetIOProcList()->IsAnythingEnabled(); }));
   };
   Device().Do_StopIOProc(firstID);
-  ASSERT_TRUE(starter.joinable());
+  ASSERT_TRUE(started);
   starter.join();
   const int calls = second.mCalls;
   EXPECT_TRUE(WaitFor([&] { return second.mCalls > calls; }));

@@ -30,7 +30,7 @@ constexpr int kRate = 44100;
 #endif
 #endif
 #ifdef TEMBRA_SLOW_BUILD
-constexpr unsigned kSeconds = 30;
+constexpr unsigned kSeconds = 15;
 #else
 constexpr unsigned kSeconds = 10;
 #endif
@@ -110,7 +110,7 @@ void Playing::StartPlayer() {
 }
 
 void Playing::ExpectUndisturbed() {
-  EXPECT_EQ(mPlayer->Wait(std::chrono::seconds(60)), 0) << mPlayer->Errors();
+  EXPECT_EQ(mPlayer->Wait(std::chrono::seconds(150)), 0) << mPlayer->Errors();
   ASSERT_TRUE(mServer->Running()) << mServer->Errors();
   mServer->Signal(SIGTERM);
   ASSERT_EQ(mServer->Wait(std::chrono::seconds(60)), 0) << mServer->Errors();

@@ -67,7 +67,7 @@ TEST(HostileMessages, OfTheServersOwnUserDoNoHarmAndAreCounted) {
   ASSERT_TRUE(attack.Send(kFlood))
       << "after " << attack.Sent() - before << playing.Server().Errors();
   EXPECT_EQ(attack.Sent() - before, kFlood);
-  EXPECT_EQ(playing.Player().Wait(std::chrono::seconds(60)), 0) << playing.Player().Errors();
+  EXPECT_EQ(playing.Player().Wait(std::chrono::seconds(150)), 0) << playing.Player().Errors();
   attack.CloseConnections();
   ExpectCounted(playing, attack);
   server.ExpectSame();
@@ -123,7 +123,7 @@ TEST(HostileMessages, OfAnotherUserAreTurnedAwayUnread) {
     return inStatistics["server"]["listener_port"]["refused_user"] == expected;
   })) << expected
       << playing.Statistics().dump(1);
-  EXPECT_EQ(playing.Player().Wait(std::chrono::seconds(60)), 0) << playing.Player().Errors();
+  EXPECT_EQ(playing.Player().Wait(std::chrono::seconds(150)), 0) << playing.Player().Errors();
   ASSERT_TRUE(playing.WaitForStatistics(
       [](const nlohmann::json& inStatistics) { return inStatistics["clients"].empty(); }));
   server.ExpectSame();

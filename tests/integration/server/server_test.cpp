@@ -14,6 +14,8 @@
 #include "client/Snd.h"
 #include "client/TMBAudioClientInfo.h"
 #include "client/TMBAudioServer.h"
+#include "server/EventPoster.h"
+#include "server/ServerPort.h"
 
 namespace tembra::test {
 
@@ -415,6 +417,48 @@ TEST_F(Server, KilledServerIsFollowedByOneThatCallsEverybodyBack) {
   ASSERT_TRUE(client.Connect());
   ASSERT_TRUE(client.SendBlock(0.0, Ramp(512)));
   EXPECT_TRUE(WaitForStatistics([](const nlohmann::json& inJSON) { return Blocks(inJSON) == 1; }));
+}
+
+// A server that died between telling a client that it was added and opening its data port leaves
+// the client with a dead listener port that counts as open: a single start would find it deaf.
+TEST_F(Server, ClientCaughtWaitingForItsDataPortIsBroughtBack) {
+  const std::string sound = File("noise.wav");
+  SF_INFO info = {};
+  info.samplerate = 44100;
+  info.channels = 2;
+  info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+  SNDFILE* file = sf_open(sound.c_str(), SFM_WRITE, &info);
+  ASSERT_NE(file, nullptr);
+  const std::vector<float> frames(size_t{44100} * 20 * 2, 0.25f);
+  sf_writef_float(file, frames.data(), 44100 * 20);
+  sf_close(file);
+
+  CFStringRef name = CFTmbSndCopyListenerID();
+  bool added = false;
+  ServerPort::Handler handler;
+  handler.mOpened = [](const CFMessagePortPeer&) {};
+  handler.mClosed = [](const CFMessagePortPeer&) {};
+  handler.mMessage = [&](SInt32 inID, CFDataRef, const CFMessagePortPeer&) {
+    added = added || inID == kTMBAudioMessageAddID;
+  };
+  auto dying = ServerPort::Create(name, handler);
+  CFRelease(name);
+  ASSERT_NE(dying, nullptr);
+  dying->Schedule(CFRunLoopGetCurrent());
+  Program player("tmbaudio", {"play", sound}, File("player"));
+  ASSERT_TRUE(WaitUntil([&] {
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.01, true);
+    return added;
+  })) << player.Errors();
+  {
+    EventPoster events;
+    events.PostAbout(kTMBAudioServerEventClientAdded, player.Pid());
+  }
+  dying.reset();
+  auto server = StartServer();
+  EXPECT_TRUE(WaitForStatistics([](const nlohmann::json& inJSON) { return Blocks(inJSON) >= 10; }))
+      << Statistics().dump();
+  EXPECT_EQ(End(player), 128 + SIGTERM);
 }
 
 TEST_F(Server, StandardOutputCarriesTheMix) {

@@ -383,18 +383,18 @@ TEST(PropertyList, LargeIntegersKeepTheirSignInLongLists) {
   const std::string negative = "\x13" + std::string(8, '\xFF');
   const std::string positive = "\x14" + std::string(8, '\0') + std::string(8, '\xFF');
   std::string references;
-  for (int i = 0; i < 60000; ++i) references += i % 2 == 0 ? '\x01' : '\x02';
-  List list = Read(Binary({std::string("\xAF\x11\xEA\x60") + references, negative, positive}));
+  for (int i = 0; i < 6000; ++i) references += i % 2 == 0 ? '\x01' : '\x02';
+  List list = Read(Binary({std::string("\xAF\x11\x17\x70") + references, negative, positive}));
   ASSERT_TRUE(list);
   auto array = static_cast<CFArrayRef>(list.Get());
-  ASSERT_EQ(CFArrayGetCount(array), 60000);
+  ASSERT_EQ(CFArrayGetCount(array), 6000);
   const SInt64 minusOne = -1;
   const List expected = Number(kCFNumberSInt64Type, &minusOne);
   double value = 0;
-  CFNumberGetValue(static_cast<CFNumberRef>(CFArrayGetValueAtIndex(array, 59999)),
+  CFNumberGetValue(static_cast<CFNumberRef>(CFArrayGetValueAtIndex(array, 5999)),
                    kCFNumberFloat64Type, &value);
   EXPECT_EQ(value, 0x1p64);
-  EXPECT_TRUE(CFEqual(CFArrayGetValueAtIndex(array, 59998), expected));
+  EXPECT_TRUE(CFEqual(CFArrayGetValueAtIndex(array, 5998), expected));
 }
 
 TEST(PropertyList, AListThatExpandsWithoutBoundIsRefused) {

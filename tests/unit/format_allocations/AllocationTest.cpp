@@ -20,6 +20,8 @@ void* Allocate(std::size_t inSize) {
 
 }  // namespace
 
+// ThreadSanitizer has its own, so there is nothing to count with there.
+#if !__has_feature(thread_sanitizer)
 void* operator new(std::size_t inSize) {
   return Allocate(inSize);
 }
@@ -38,6 +40,7 @@ void operator delete(void* inMemory, std::size_t) noexcept {
 void operator delete[](void* inMemory, std::size_t) noexcept {
   std::free(inMemory);
 }
+#endif
 
 using namespace tembra;
 

@@ -89,6 +89,11 @@ TEST(VMAllocate, FixedNeverReplacesALiveMapping) {
 }
 
 TEST(VMAllocate, FixedWhereNothingMayBe) {
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+  GTEST_SKIP() << "ThreadSanitizer ends a process that maps at such an address";
+#endif
+#endif
   vm_address_t address = ~vm_address_t{0} & ~(PageSize() - 1);
   EXPECT_EQ(vm_allocate(mach_task_self(), &address, 2 * PageSize(), VM_FLAGS_FIXED),
             KERN_INVALID_ADDRESS);

@@ -135,10 +135,11 @@ TEST(ThreadPolicy, TimeConstraintBecomesADeadlineAndGoesAgain) {
       uint64_t runtime, deadline, period;
     } attributes{};
     ASSERT_EQ(syscall(SYS_sched_getattr, 0, &attributes, sizeof attributes, 0), 0);
-    EXPECT_EQ(attributes.runtime, 400000U);
+    EXPECT_EQ(attributes.runtime, 11609977U / 4) << "a cycle's clients need time too";
     EXPECT_EQ(attributes.deadline, 5000000U);
     EXPECT_EQ(attributes.period, 11609977U);
     EXPECT_EQ(attributes.flags & 1U, 1U) << "must not pass to children";
+    EXPECT_EQ(attributes.flags & 2U, 2U) << "may use what others leave";
     EXPECT_EQ(SetPrecedence(mach_thread_self(), 0), KERN_SUCCESS);
     EXPECT_EQ(Mode(), kTembraThreadSchedulingNormal);
     EXPECT_EQ(SetTimeConstraint(mach_thread_self(), 11609977, 400000, 5000000), KERN_SUCCESS);
