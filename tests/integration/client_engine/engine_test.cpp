@@ -238,6 +238,9 @@ TEST_F(Engine, AStartWhileAStopIsUnderWayComesAfterIt) {
   EXPECT_THAT(mServer.TakeLog(), testing::ElementsAre("observe", "open listener", "send cadd",
                                                       "unobserve", "send cdel", "close listener",
                                                       "observe", "open listener", "send cadd"));
+  // What it calls ends with this test.
+  Device().Do_StopAllIOProcs();
+  FakeHAL::Get().mOnChange = nullptr;
 }
 
 TEST_F(Engine, StartsAndStopsOfSeveralThreadsLeaveWhoRunsConnected) {
