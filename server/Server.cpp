@@ -132,7 +132,7 @@ bool Server::Start() {
   CFRunLoopAddTimer(mLoop, mTimer, kCFRunLoopCommonModes);
   mListener->Schedule(mLoop);
 
-  for (int round = 0; round < 1; ++round) {
+  for (int round = 0; round < 2; ++round) {
     mEvents.Post(kTMBAudioServerEventFinish);
     mEvents.Post(kTMBAudioServerEventStart);
   }
