@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "tools/Devices.h"
@@ -95,9 +96,9 @@ void Player::Render(AudioBufferList& outOutput, const AudioTimeStamp& inOutputTi
   mCycles.fetch_add(1, std::memory_order_relaxed);
   if (mLog != nullptr) {
     const float* begin = mScratch.data();
-    static constexpr float kZero = 0.0F;
-    const bool silent = std::all_of(begin, begin + frames * channels, [](const float& sample) {
-      return std::memcmp(&sample, &kZero, sizeof sample) == 0;
+    // By its bits: a negative zero is sent like any sound.
+    const bool silent = std::all_of(begin, begin + frames * channels, [](float sample) {
+      return std::bit_cast<std::uint32_t>(sample) == 0;
     });
     mLog->Append(inOutputTime.mSampleTime, AudioGetCurrentHostTime(), mScratch.data(),
                  static_cast<std::uint32_t>(frames), silent);

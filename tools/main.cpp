@@ -5,8 +5,11 @@
 
 #include "tools/Commands.h"
 
-int main(int argc, char** argv) {
-  using namespace tembra::tools;
+namespace {
+
+using namespace tembra::tools;
+
+int Run(int argc, char** argv) {
   CLI::App program{"Plays on and looks at the audio devices of this user.", "tmbaudio"};
   program.require_subcommand(1);
   program.set_version_flag("--version", TEMBRA_VERSION);
@@ -22,6 +25,14 @@ int main(int argc, char** argv) {
   } catch (const Failure& failure) {
     std::fprintf(stderr, "tmbaudio: %s\n", failure.what());
     return static_cast<int>(failure.Code());
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Run(argc, argv);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "tmbaudio: %s\n", error.what());
     return static_cast<int>(Exit::kFailed);

@@ -75,7 +75,7 @@ void CAPThread::Start() {
     pthread_sigmask(SIG_SETMASK, &theOldSignals, nullptr);
 
     if (theError == 0) {
-      theRecord.release();
+      (void)theRecord.release();  // the thread has it now
       mPThread = theThread;
     }
   }
