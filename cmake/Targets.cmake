@@ -25,8 +25,10 @@ target_link_options(tmbhal PRIVATE -Wl,-Bsymbolic-functions -Wl,-z,nodelete)
 # The system itself, one object library a folder; all of it once more as an archive for tests and
 # for the server's half of the protocol.
 add_library(tmbcore STATIC)
-foreach(folder support objects formats device client)
+foreach(folder support objects formats controls persistence telemetry device runtime
+               library/sys/mac/mach_override client)
   tembra_sources(folder_sources src/${folder}/*.cpp)
+  string(REPLACE "/" "_" folder ${folder})
   if(folder_sources)
     add_library(tmb_${folder} OBJECT ${folder_sources})
     target_include_directories(tmb_${folder} PUBLIC src)

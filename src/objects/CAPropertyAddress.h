@@ -15,7 +15,11 @@ struct CAPropertyAddress : public AudioObjectPropertyAddress {
   explicit CAPropertyAddress(AudioObjectPropertySelector inSelector,
                              AudioObjectPropertyScope inScope = kAudioObjectPropertyScopeGlobal,
                              AudioObjectPropertyElement inElement = 0) noexcept
-      : AudioObjectPropertyAddress{inSelector, inScope, inElement} {}
+      : AudioObjectPropertyAddress() {
+    mSelector = inSelector;
+    mScope = inScope;
+    mElement = inElement;
+  }
   CAPropertyAddress(const AudioObjectPropertyAddress& inAddress) noexcept
       : AudioObjectPropertyAddress(inAddress) {}
 
