@@ -3,7 +3,17 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
+# Compiling tests is most of a build: what they share is compiled once, and none is optimised.
 tembra_sources(support_sources tests/support/*.cpp)
+add_library(test_support OBJECT ${support_sources})
+set_target_properties(test_support PROPERTIES POSITION_INDEPENDENT_CODE OFF)  # all go into programs
+target_compile_options(test_support PRIVATE -fPIE -O0 "SHELL:-Xclang -fno-pch-timestamp")
+target_compile_definitions(test_support PUBLIC
+  TEMBRA_SOURCE_DIR="${CMAKE_SOURCE_DIR}" TEMBRA_BINARY_DIR="${CMAKE_BINARY_DIR}")
+target_include_directories(test_support PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/tests
+                           ${CMAKE_SOURCE_DIR}/platform/linux)
+target_link_libraries(test_support PUBLIC GTest::gmock GTest::gtest tmbcore)
+target_precompile_headers(test_support PRIVATE <gmock/gmock.h> <gtest/gtest.h> <string> <vector>)
 
 function(tembra_tests kind timeout)
   file(GLOB folders CONFIGURE_DEPENDS LIST_DIRECTORIES true tests/${kind}/*)
@@ -14,15 +24,13 @@ function(tembra_tests kind timeout)
     endif()
     get_filename_component(name ${folder} NAME)
     set(target ${kind}_${name})
-    add_executable(${target} ${sources} ${support_sources})
-    target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/tests
-                               ${CMAKE_SOURCE_DIR}/platform/linux)
-    target_link_libraries(${target} PRIVATE GTest::gmock GTest::gtest_main tmbcore)
+    add_executable(${target} ${sources} $<TARGET_OBJECTS:test_support>)
+    target_compile_options(${target} PRIVATE -O0 "SHELL:-Xclang -fno-pch-timestamp")
+    target_precompile_headers(${target} REUSE_FROM test_support)
+    target_link_libraries(${target} PRIVATE test_support GTest::gtest_main)
     if(TARGET tmbserver AND (kind STREQUAL "integration" OR name MATCHES "^server"))
       target_link_libraries(${target} PRIVATE tmbserver)
     endif()
-    target_compile_definitions(${target} PRIVATE
-      TEMBRA_SOURCE_DIR="${CMAKE_SOURCE_DIR}" TEMBRA_BINARY_DIR="${CMAKE_BINARY_DIR}")
     # A test's own versions of platform functions must also serve the shared libraries.
     set_target_properties(${target} PROPERTIES ENABLE_EXPORTS ON
                           RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
