@@ -12,7 +12,7 @@ namespace {
 
 thread_local int sNumberAllocations = 0;
 
-void* Allocate(std::size_t inSize) {
+[[maybe_unused]] void* Allocate(std::size_t inSize) {
   ++sNumberAllocations;
   if (void* theMemory = std::malloc(inSize == 0 ? 1 : inSize)) return theMemory;
   throw std::bad_alloc();

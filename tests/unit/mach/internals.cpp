@@ -1,3 +1,2 @@
 // The library keeps its internals to itself, so the tests compile their own copy.
 #include "mach/MemoryMap.cpp"
-#include "mach/ThreadScheduling.cpp"
