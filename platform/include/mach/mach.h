@@ -79,13 +79,15 @@ typedef int vm_behavior_t;
 extern vm_size_t vm_page_size;
 
 // Zero-filled memory, readable and writable. Without VM_FLAGS_ANYWHERE it lies at *address or
-// nowhere: KERN_NO_SPACE if anything is mapped there, KERN_INVALID_ADDRESS where nothing may be.
+// nowhere: KERN_NO_SPACE if anything is mapped there, KERN_INVALID_ADDRESS where nothing may be, as
+// in the first 64 KiB.
 kern_return_t vm_allocate(vm_map_t target_task, vm_address_t* address, vm_size_t size, int flags);
 kern_return_t vm_deallocate(vm_map_t target_task, vm_address_t address, vm_size_t size);
 
-// VM_PROT_COPY is implied. Code that can run is never made writable without staying executable,
-// since another thread may be inside it: KERN_PROTECTION_FAILURE. There is no maximum protection
-// to set: KERN_NOT_SUPPORTED.
+// With VM_PROT_COPY, what is shared becomes this process's own copy before it becomes writable;
+// what is private is copied when it is written to in any case. Code that can run is never made
+// writable without staying executable, since another thread may be inside it:
+// KERN_PROTECTION_FAILURE. There is no maximum protection to set: KERN_NOT_SUPPORTED.
 kern_return_t vm_protect(vm_map_t target_task, vm_address_t address, vm_size_t size,
                          boolean_t set_maximum, vm_prot_t new_protection);
 

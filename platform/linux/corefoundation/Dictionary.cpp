@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "corefoundation/String.h"
+
 using namespace tembra::cf;
 
 namespace {
@@ -89,8 +91,12 @@ void __CFDictionary::ReleaseValue(const void* inValue) const {
 }
 
 CFHashCode __CFDictionary::HashKey(const void* inKey) const {
-  CFHashCode hash =
-      mKeyCallBacks.hash ? mKeyCallBacks.hash(inKey) : reinterpret_cast<CFHashCode>(inKey);
+  CFHashCode hash = reinterpret_cast<CFHashCode>(inKey);
+  if (mKeyCallBacks.hash == CFHash && CFGetTypeID(inKey) == kTypeString) {
+    hash = static_cast<CFStringRef>(inKey)->KeyHash();
+  } else if (mKeyCallBacks.hash) {
+    hash = mKeyCallBacks.hash(inKey);
+  }
   // Foreign hashes may differ in their high bits alone.
   hash *= 0x9e3779b97f4a7c15UL;
   return hash ^ hash >> 32;

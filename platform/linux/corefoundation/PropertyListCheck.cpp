@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cmath>
 #include <cstring>
 #include <string_view>
 #include <vector>
@@ -136,8 +135,7 @@ class BinaryChecker {
 
   bool CheckDate(const UInt8* inAt) {
     double date = std::bit_cast<double>(BigEndian(inAt, 8));
-    // The parser keeps whole seconds in 32 bits.
-    return std::fabs(date) < 0x1p31 ? true : Fail("a date is out of range");
+    return IsListDate(date) ? true : Fail("a date is out of range");
   }
 
   bool TakeCount(const UInt8*& ioAt, UInt8 inLow, UInt64& outCount) {

@@ -3,7 +3,6 @@
 #include <CoreFoundation/CFDate.h>
 #include <CoreFoundation/CFNumber.h>
 
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -12,6 +11,7 @@
 #include "corefoundation/Dictionary.h"
 #include "corefoundation/Number.h"
 #include "corefoundation/PropertyListCheck.h"
+#include "corefoundation/PropertyListDates.h"
 #include "corefoundation/String.h"
 
 namespace tembra::cf {
@@ -86,11 +86,9 @@ class Reader {
         return ReadText(value, mMutableLeaves);
       }
       case PLIST_DATE: {
-        int32_t seconds = 0, microseconds = 0;
-        plist_get_date_val(inNode, &seconds, &microseconds);
-        // The fraction comes without its sign.
-        double fraction = microseconds * 1e-6;
-        return Ref(CFDateCreate(mAllocator, seconds < 0 ? seconds - fraction : seconds + fraction));
+        double time = 0;
+        if (!ReadDate(inNode, time)) return Fail("a date is out of range");
+        return Ref(CFDateCreate(mAllocator, time));
       }
       case PLIST_DATA:
         return ReadData(inNode);
@@ -213,11 +211,8 @@ class Writer {
                                    static_cast<uint64_t>(CFDataGetLength(data))));
       }
       case kTypeDate: {
-        double date = CFDateGetAbsoluteTime(static_cast<CFDateRef>(inList));
-        if (!(std::fabs(date) < 0x1p31 - 1)) return Fail("a date is out of range");
-        double seconds = std::floor(date);
-        return Node(plist_new_date(static_cast<int32_t>(seconds),
-                                   static_cast<int32_t>((date - seconds) * 1e6)));
+        Node date = CreateDateNode(CFDateGetAbsoluteTime(static_cast<CFDateRef>(inList)));
+        return date ? std::move(date) : Fail("a date is out of range");
       }
       case kTypeArray:
         return WriteArray(static_cast<CFArrayRef>(inList), inDepth);

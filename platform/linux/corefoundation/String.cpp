@@ -16,10 +16,13 @@ using namespace tembra::cf;
 
 namespace {
 
-// Keys may come from outside: with a secret in the hash nobody can choose colliding ones.
-struct HashSecret {
+struct HashSeed {
   UInt64 mFirst = 0x9e3779b97f4a7c15ULL;
   UInt64 mSecond = 0xbf58476d1ce4e5b9ULL;
+};
+
+// Keys may come from outside: with a secret in the hash nobody can choose colliding ones.
+struct HashSecret : HashSeed {
   HashSecret() {
     UInt64 random[2];
     if (getrandom(random, sizeof(random), GRND_NONBLOCK) == sizeof(random)) {
@@ -34,18 +37,17 @@ UInt64 Fold(UInt64 inFirst, UInt64 inSecond) {
   return static_cast<UInt64>(product) ^ static_cast<UInt64>(product >> 64);
 }
 
-CFHashCode HashCharacters(const UniChar* inCharacters, CFIndex inLength) {
-  static const HashSecret sSecret;
-  UInt64 hash = sSecret.mFirst ^ static_cast<UInt64>(inLength);
+CFHashCode HashCharacters(const UniChar* inCharacters, CFIndex inLength, const HashSeed& inSeed) {
+  UInt64 hash = inSeed.mFirst ^ static_cast<UInt64>(inLength);
   while (inLength > 0) {
     UInt64 word = 0;
     CFIndex count = std::min<CFIndex>(inLength, 4);
     std::memcpy(&word, inCharacters, static_cast<size_t>(count) * sizeof(UniChar));
-    hash = Fold(word ^ sSecret.mSecond, hash ^ sSecret.mFirst);
+    hash = Fold(word ^ inSeed.mSecond, hash ^ inSeed.mFirst);
     inCharacters += count;
     inLength -= count;
   }
-  hash = Fold(hash ^ sSecret.mSecond, sSecret.mFirst);
+  hash = Fold(hash ^ inSeed.mSecond, inSeed.mFirst);
   return hash ? hash : 1;
 }
 
@@ -72,11 +74,16 @@ bool __CFString::IsEqual(const Object& inOther) const {
 }
 
 CFHashCode __CFString::Hash() const {
-  if (mIsMutable) return HashCharacters(mCharacters, mLength);
-  CFHashCode hash = mHash.load(std::memory_order_relaxed);
+  return HashCharacters(mCharacters, mLength, HashSeed());
+}
+
+CFHashCode __CFString::KeyHash() const {
+  static const HashSecret sSecret;
+  if (mIsMutable) return HashCharacters(mCharacters, mLength, sSecret);
+  CFHashCode hash = mKeyHash.load(std::memory_order_relaxed);
   if (hash == 0) {
-    hash = HashCharacters(mCharacters, mLength);
-    mHash.store(hash, std::memory_order_relaxed);
+    hash = HashCharacters(mCharacters, mLength, sSecret);
+    mKeyHash.store(hash, std::memory_order_relaxed);
   }
   return hash;
 }

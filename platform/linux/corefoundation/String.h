@@ -22,7 +22,10 @@ struct __CFString : tembra::cf::Object {
   }
   CFTypeID GetTypeID() const override { return tembra::cf::kTypeString; }
   bool IsEqual(const Object& inOther) const override;
+  // The same in every process: names that processes agree on are made with it.
   CFHashCode Hash() const override;
+  // As a key of a dictionary; another one in every process.
+  CFHashCode KeyHash() const;
   CFStringRef CopyDescription() const override;
 
   void FreeBuffer();
@@ -36,7 +39,7 @@ struct __CFString : tembra::cf::Object {
   CFIndex mLimit = 0;
   bool mIsMutable = false;
   // Of immutable text, once it was asked for; 0 before.
-  mutable std::atomic<CFHashCode> mHash{0};
+  mutable std::atomic<CFHashCode> mKeyHash{0};
 };
 
 namespace tembra::cf {

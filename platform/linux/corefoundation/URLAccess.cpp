@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "corefoundation/File.h"
+#include "corefoundation/SystemVersion.h"
 #include "corefoundation/URL.h"
 
 using namespace tembra::cf;
@@ -14,7 +15,10 @@ Boolean CFURLCreateDataAndPropertiesFromResource(CFAllocatorRef inAllocator, CFU
   if (outProperties) *outProperties = nullptr;
   int error = Guarded([&] {
     std::vector<UInt8> bytes;
-    if (int failure = ReadWholeFile(PathOf(inURL), 0, bytes)) return failure;
+    const std::string path = PathOf(inURL);
+    if (int failure = ReadWholeFile(path, 0, bytes)) {
+      if (failure != ENOENT || !MakeSystemFile(path, bytes)) return failure;
+    }
     if (outData) {
       *outData = CFDataCreate(inAllocator, bytes.data(), static_cast<CFIndex>(bytes.size()));
       if (!*outData) return ENOMEM;

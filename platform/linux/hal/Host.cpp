@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <initializer_list>
 
+#include "hal/ObjectProperties.h"
+
 namespace tembra::hal {
 
 namespace {
@@ -280,12 +282,14 @@ OSStatus Host::PublishAndBury(PlugIn* inPlugIn, AudioObjectID inOwnerID,
                               std::span<const AudioObjectID> inDead) {
   bool hasDevices = false;
   bool hasPlugIns = false;
+  bool hasControls = false;
   for (const auto& ids : {inPublished, inDead}) {
     for (const AudioObjectID id : ids) {
       const ObjectRecord* const record = FindObject(id);
       hasDevices |= record && (record->mClassID == kAudioDeviceClassID ||
                                record->mClassID == kAudioAggregateDeviceClassID);
       hasPlugIns |= record && record->mClassID == kAudioPlugInClassID;
+      hasControls |= record && IsKindOf(record->mClassID, kAudioControlClassID);
     }
   }
   if (!mObjects.PublishAndBury(inPlugIn, inPublished, inDead)) {
@@ -295,6 +299,9 @@ OSStatus Host::PublishAndBury(PlugIn* inPlugIn, AudioObjectID inOwnerID,
     mListeners.PostDeath(id);
   }
   PostChange(inOwnerID, kAudioObjectPropertyOwnedObjects);
+  if (hasControls) {
+    PostChange(inOwnerID, kAudioObjectPropertyControlList);
+  }
   if (hasPlugIns) {
     PostChange(kAudioObjectSystemObject, kAudioHardwarePropertyPlugInList);
   }

@@ -104,6 +104,29 @@ std::vector<AudioObjectID> GetOwnedObjects(AudioObjectID inOwnerID, UInt32 inQua
   return owned;
 }
 
+namespace {
+
+// A device may make some of its objects only when it is asked what it owns, so it is asked first.
+std::vector<AudioObjectID> AskOwnedObjects(AudioObjectID inOwnerID, const ObjectRecord& inRecord,
+                                           UInt32 inQualifierSize, const void* inQualifier) {
+  if (IsKindOf(inRecord.mClassID, kAudioDeviceClassID)) {
+    const AudioObjectPropertyAddress address = GlobalAddress(kAudioObjectPropertyOwnedObjects);
+    inRecord.mPlugIn->HasProperty(inOwnerID, &address);
+  }
+  return GetOwnedObjects(inOwnerID, inQualifierSize, inQualifier);
+}
+
+std::vector<AudioObjectID> AskControls(AudioObjectID inOwnerID, const ObjectRecord& inRecord) {
+  const AudioClassID control = kAudioControlClassID;
+  return AskOwnedObjects(inOwnerID, inRecord, sizeof control, &control);
+}
+
+UInt32 SizeOf(const std::vector<AudioObjectID>& inIDs) {
+  return static_cast<UInt32>(inIDs.size() * sizeof(AudioObjectID));
+}
+
+}  // namespace
+
 bool IsHostProperty(const ObjectRecord& inRecord, AudioObjectPropertySelector inSelector) {
   switch (inSelector) {
     case kAudioObjectPropertyBaseClass:
@@ -111,6 +134,8 @@ bool IsHostProperty(const ObjectRecord& inRecord, AudioObjectPropertySelector in
     case kAudioObjectPropertyOwner:
     case kAudioObjectPropertyOwnedObjects:
       return true;
+    case kAudioObjectPropertyControlList:
+      return IsKindOf(inRecord.mClassID, kAudioDeviceClassID);
     case kAudioPlugInPropertyBundleID:
       return inRecord.mClassID == kAudioPlugInClassID;
     default:
@@ -118,13 +143,15 @@ bool IsHostProperty(const ObjectRecord& inRecord, AudioObjectPropertySelector in
   }
 }
 
-OSStatus GetHostPropertySize(AudioObjectID inObjectID, const ObjectRecord&,
+OSStatus GetHostPropertySize(AudioObjectID inObjectID, const ObjectRecord& inRecord,
                              const AudioObjectPropertyAddress& inAddress, UInt32 inQualifierSize,
                              const void* inQualifier, UInt32& outSize) {
   switch (inAddress.mSelector) {
     case kAudioObjectPropertyOwnedObjects:
-      outSize = static_cast<UInt32>(
-          GetOwnedObjects(inObjectID, inQualifierSize, inQualifier).size() * sizeof(AudioObjectID));
+      outSize = SizeOf(AskOwnedObjects(inObjectID, inRecord, inQualifierSize, inQualifier));
+      return kAudioHardwareNoError;
+    case kAudioObjectPropertyControlList:
+      outSize = SizeOf(AskControls(inObjectID, inRecord));
       return kAudioHardwareNoError;
     case kAudioPlugInPropertyBundleID:
       outSize = sizeof(CFStringRef);
@@ -146,7 +173,10 @@ OSStatus GetHostProperty(AudioObjectID inObjectID, const ObjectRecord& inRecord,
     case kAudioObjectPropertyOwner:
       return AnswerNumber(inRecord.mOwnerID, ioSize, outData);
     case kAudioObjectPropertyOwnedObjects:
-      return AnswerList(GetOwnedObjects(inObjectID, inQualifierSize, inQualifier), ioSize, outData);
+      return AnswerList(AskOwnedObjects(inObjectID, inRecord, inQualifierSize, inQualifier), ioSize,
+                        outData);
+    case kAudioObjectPropertyControlList:
+      return AnswerList(AskControls(inObjectID, inRecord), ioSize, outData);
     case kAudioPlugInPropertyBundleID: {
       const CFStringRef bundleID = CFStringCreateWithCString(
           kCFAllocatorDefault, inRecord.mPlugIn->GetBundleID().c_str(), kCFStringEncodingUTF8);

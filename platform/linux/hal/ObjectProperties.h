@@ -14,7 +14,8 @@ AudioClassID BaseClassOf(AudioClassID inClassID);
 bool IsKindOf(AudioClassID inClassID, AudioClassID inBaseID);
 
 // What the host answers for any object that it knows, since it keeps the book: base class, class,
-// owner, owned objects, and of a plug-in its bundle's identifier. All are read only.
+// owner, owned objects, of a device its controls, and of a plug-in its bundle's identifier. All are
+// read only.
 bool IsHostProperty(const ObjectRecord& inRecord, AudioObjectPropertySelector inSelector);
 OSStatus GetHostPropertySize(AudioObjectID inObjectID, const ObjectRecord& inRecord,
                              const AudioObjectPropertyAddress& inAddress, UInt32 inQualifierSize,

@@ -7,8 +7,6 @@
 // it, never inside what is overwritten), and the first 16 bytes hold nothing whose meaning depends
 // on where it lies. They pass their six register arguments on to the bodies.
 
-#if defined(__x86_64__)
-
 #define TEMBRA_PATCHABLE_ENTRY(name, body)                           \
   asm(".text\n"                                                      \
       ".balign 16\n"                                                 \
@@ -34,23 +32,3 @@
 
 TEMBRA_PATCHABLE_ENTRY("AudioObjectGetPropertyData", "TembraHALGetPropertyData");
 TEMBRA_PATCHABLE_ENTRY("AudioObjectSetPropertyData", "TembraHALSetPropertyData");
-
-#else
-
-OSStatus AudioObjectGetPropertyData(AudioObjectID inObjectID,
-                                    const AudioObjectPropertyAddress* inAddress,
-                                    UInt32 inQualifierDataSize, const void* inQualifierData,
-                                    UInt32* ioDataSize, void* outData) {
-  return TembraHALGetPropertyData(inObjectID, inAddress, inQualifierDataSize, inQualifierData,
-                                  ioDataSize, outData);
-}
-
-OSStatus AudioObjectSetPropertyData(AudioObjectID inObjectID,
-                                    const AudioObjectPropertyAddress* inAddress,
-                                    UInt32 inQualifierDataSize, const void* inQualifierData,
-                                    UInt32 inDataSize, const void* inData) {
-  return TembraHALSetPropertyData(inObjectID, inAddress, inQualifierDataSize, inQualifierData,
-                                  inDataSize, inData);
-}
-
-#endif

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "mach/MemoryMap.h"
+#include "mach/PrivateCopy.h"
 
 // The port of the one task there is. Any other names nothing.
 mach_port_t mach_task_self_ = 1;
@@ -65,7 +66,13 @@ kern_return_t AllocateAnywhere(vm_address_t& outAddress, vm_size_t inSize) {
   return KERN_SUCCESS;
 }
 
+// Nothing may lie where a null pointer and its fields point to, not even what root asks for.
+constexpr vm_address_t kLowestAddress = 0x10000;
+
 kern_return_t AllocateAt(vm_address_t inAddress, vm_size_t inSize) {
+  if (inAddress < kLowestAddress) {
+    return KERN_INVALID_ADDRESS;
+  }
   void* const wanted = reinterpret_cast<void*>(inAddress);
   void* const memory = mmap(wanted, inSize, PROT_READ | PROT_WRITE,
                             MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
@@ -155,6 +162,12 @@ kern_return_t vm_protect(vm_map_t target_task, vm_address_t address, vm_size_t s
   const bool executable = (new_protection & VM_PROT_EXECUTE) != 0;
   if (writable && !executable && HoldsExecutableCode(start, whole)) {
     return KERN_PROTECTION_FAILURE;
+  }
+  if (writable && (new_protection & VM_PROT_COPY)) {
+    const kern_return_t copied = tembra::MakeRangePrivate(start, whole);
+    if (copied != KERN_SUCCESS) {
+      return copied;
+    }
   }
   const int protection = ((new_protection & VM_PROT_READ) ? PROT_READ : 0) |
                          (writable ? PROT_WRITE : 0) | (executable ? PROT_EXEC : 0);

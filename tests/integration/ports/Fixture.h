@@ -39,6 +39,21 @@ inline Owned<CFMessagePortRef> Remote(const std::string& inName) {
   return Owned<CFMessagePortRef>(CFMessagePortCreateRemote(nullptr, String(inName)));
 }
 
+inline SInt32 SendNow(CFMessagePortRef inPort, SInt32 inIdentifier,
+                      const std::string& inData = {}) {
+  return CFMessagePortSendRequest(inPort, inIdentifier, Data(inData), 0, 0, nullptr, nullptr);
+}
+
+inline SInt32 Ask(CFMessagePortRef inPort, SInt32 inIdentifier, const std::string& inData,
+                  std::string* outReply, double inTimeout = 20) {
+  CFDataRef reply = nullptr;
+  const SInt32 result = CFMessagePortSendRequest(inPort, inIdentifier, Data(inData), 5, inTimeout,
+                                                 CFSTR("reply"), &reply);
+  if (outReply) *outReply = reply ? Bytes(reply) : "(null)";
+  if (reply) CFRelease(reply);
+  return result;
+}
+
 // A local port of this process that notes what it gets.
 class Receiver {
  public:

@@ -1,4 +1,5 @@
 #include <CoreFoundation/CoreFoundation.h>
+#include <CoreServices/GestaltPriv.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <locale.h>
@@ -110,6 +111,27 @@ TEST_P(BothFormats, OtherValuesComeBackEqual) {
   EXPECT_TRUE(CFEqual(dictionary, back));
 }
 
+TEST_P(BothFormats, DatesOfAllYearsComeBackEqual) {
+  // The first and the last second, the year 4001 that stands for never, and both sides of where
+  // seconds leave 32 bits.
+  for (const double time :
+       {-63114076800.0, 252423993599.0, 63113904000.0, -31588531199.0, 2147483646.0, 2147483647.0,
+        2147483648.0, -2147483647.0, -2147483648.0, -2147483649.0}) {
+    SCOPED_TRACE(time);
+    Owned<CFDateRef> date(CFDateCreate(nullptr, time));
+    List back = RoundTrip(date, GetParam());
+    ASSERT_TRUE(back);
+    EXPECT_EQ(CFDateGetAbsoluteTime(static_cast<CFDateRef>(back.Get())), time);
+  }
+}
+
+TEST_P(BothFormats, DatesOfOtherYearsAreRefused) {
+  for (const double time : {-63114076801.0, 252423993600.0, 1e300, -1e300}) {
+    Owned<CFDateRef> date(CFDateCreate(nullptr, time));
+    EXPECT_EQ(CFPropertyListCreateData(nullptr, date, GetParam(), 0, nullptr), nullptr) << time;
+  }
+}
+
 TEST_P(BothFormats, LongContainersAndStringsComeBackEqual) {
   auto dictionary = MakeDictionary();
   for (int i = 0; i < 2000; ++i) {
@@ -213,6 +235,27 @@ TEST(PropertyList, TheOlderPairWorks) {
   EXPECT_EQ(CFPropertyListCreateFromXMLData(nullptr, Bytes("junk"), 0, &why), nullptr);
   ASSERT_NE(why, nullptr);
   CFRelease(why);
+}
+
+// No file of this machine says so; the platform stands in for it.
+TEST(URLAccess, TheSystemsVersionFileSaysWhatGestaltSays) {
+  Owned<CFURLRef> url(CFURLCreateWithFileSystemPath(
+      nullptr, CFSTR("/System/Library/CoreServices/SystemVersion.plist"), kCFURLPOSIXPathStyle,
+      false));
+  TembraGestaltSetSystemVersion(10, 14, 2);
+  CFDataRef data = nullptr;
+  SInt32 code = 1;
+  EXPECT_TRUE(
+      CFURLCreateDataAndPropertiesFromResource(nullptr, url, &data, nullptr, nullptr, &code));
+  TembraGestaltSetSystemVersion(10, 13, 6);
+  EXPECT_EQ(code, 0);
+  Data bytes(data);
+  List list(CFPropertyListCreateWithData(nullptr, bytes, 0, nullptr, nullptr));
+  ASSERT_TRUE(list);
+  auto dictionary = static_cast<CFDictionaryRef>(list.Get());
+  EXPECT_TRUE(CFEqual(CFDictionaryGetValue(dictionary, CFSTR("ProductVersion")), CFSTR("10.14.2")));
+  EXPECT_TRUE(
+      CFEqual(CFDictionaryGetValue(dictionary, CFSTR("ProductBuildVersion")), CFSTR("17G65")));
 }
 
 TEST(PropertyList, OnlyTheTwoFormatsAreWritten) {
@@ -366,6 +409,12 @@ TEST(PropertyList, HostileBinaryListsAreRefused) {
   EXPECT_TRUE(
       Read(Binary({"\x51"
                    "a"})));
+}
+
+TEST(PropertyList, DatesThatCouldNotBeWrittenAgainAreNotRead) {
+  // 1e300, and the first second of the year 10000.
+  EXPECT_FALSE(Read(Binary({std::string("\x33\x7E\x37\xE4\x3C\x88\x00\x75\x9C", 9)})));
+  EXPECT_FALSE(Read(Binary({std::string("\x33\x42\x4D\x62\xD2\x3C\x80\x00\x00", 9)})));
 }
 
 TEST(PropertyList, BinaryStringsWithANullCharacterAreRefused) {

@@ -184,6 +184,11 @@ TEST(CFString, EqualTextsAreEqualAndHashAlikeHoweverMade) {
   EXPECT_NE(before, CFHash(second));
 }
 
+// Processes find each other by names that are made with it.
+TEST(CFString, TheHashOfATextIsTheSameInEveryProcess) {
+  EXPECT_EQ(CFHash(Make("TMBAudioCln_Plugin").Get()), 6417128929657487900UL);
+}
+
 TEST(CFString, CopiesOfImmutableTextAreTheSameObject) {
   String text = Make("abc");
   String copy(CFStringCreateCopy(nullptr, text));

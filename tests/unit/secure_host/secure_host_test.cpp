@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 #include <elf.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "base/RuntimeDirectory.h"
 #include "support/PrivateRuntime.h"
@@ -35,6 +36,12 @@ TEST_F(SecureHost, HasNoRuntimeDirectory) {
   gSecure = true;
   EXPECT_FALSE(tembra::OpenRuntimeDirectory(nullptr));
   EXPECT_FALSE(tembra::OpenRuntimeDirectory("ports"));
+}
+
+TEST_F(SecureHost, SaysThatItIsOne) {
+  EXPECT_EQ(issetugid(), 0);
+  gSecure = true;
+  EXPECT_EQ(issetugid(), 1);
 }
 
 TEST_F(SecureHost, OpensNoPort) {
