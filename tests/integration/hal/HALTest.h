@@ -52,6 +52,7 @@ class HALTest : public testing::Test {
     mFake->firstDefaultDevice = 0;
     mFake->reportsDeaths = true;
     mFake->duringInitialize = mFake->duringTeardown = mFake->duringGet = nullptr;
+    mFake->whenAskedWhatIsOwned = nullptr;
     mFake->SetDevices({});
     mFake->objectID = 0;
     mFake->references = mFake->instances = mFake->initialized = mFake->tornDown = 0;

@@ -456,6 +456,24 @@ TEST_F(Listeners, HearOfADeathBeforeTheyGo) {
   Remove(kSystem, Address('dev#'), system);
 }
 
+TEST_F(Listeners, OfADeviceHearOfItsControls) {
+  Drain();
+  Heard heard;
+  const auto any = Address('****', '****', 0xFFFFFFFF);
+  ASSERT_EQ(Add(mDevice, any, heard), 0);
+  AudioObjectID stream = 0;
+  ASSERT_EQ(AudioObjectCreate(mFake->self, mDevice, 'astr', &stream), 0);
+  ASSERT_EQ(AudioObjectsPublishedAndDied(mFake->self, mDevice, 1, &stream, 0, nullptr), 0);
+  EXPECT_THAT(heard.Take(1), ElementsAre("ownd/glob/0"));
+  AudioObjectID mute = 0;
+  ASSERT_EQ(AudioObjectCreate(mFake->self, mDevice, 'mute', &mute), 0);
+  ASSERT_EQ(AudioObjectsPublishedAndDied(mFake->self, mDevice, 1, &mute, 0, nullptr), 0);
+  EXPECT_THAT(heard.Take(2), ElementsAre("ownd/glob/0", "ctrl/glob/0"));
+  ASSERT_EQ(AudioObjectsPublishedAndDied(mFake->self, mDevice, 0, nullptr, 1, &mute), 0);
+  EXPECT_THAT(heard.Take(2), ElementsAre("ownd/glob/0", "ctrl/glob/0"));
+  ASSERT_EQ(Remove(mDevice, any, heard), 0);
+}
+
 TEST_F(Listeners, OfTheSystemObjectHearOfDevicesAndDefaults) {
   Heard heard;
   const auto any = Address('****', '****', 0xFFFFFFFF);

@@ -87,6 +87,49 @@ TEST_F(Objects, OwnedObjectsAreThePublishedOnesByClass) {
   EXPECT_THAT(List(device, 'ownd'), ElementsAre(mute, volume));
 }
 
+TEST_F(Objects, ADevicesControlsAreWhatItOwnsOfThatKind) {
+  const AudioObjectID device = Device();
+  const AudioObjectID stream = Create(device, 'astr');
+  const AudioObjectID volume = Create(device, 'vlme');
+  const AudioObjectID pan = Create(device, 'span');
+  ASSERT_EQ(Publish(device, {stream, pan, volume}), 0);
+  EXPECT_THAT(List(device, 'ctrl'), ElementsAre(pan, volume));
+  ASSERT_EQ(Publish(device, {}, {pan}), 0);
+  EXPECT_THAT(List(device, 'ctrl'), ElementsAre(volume));
+  const AudioObjectPropertyAddress address = Address('ctrl');
+  Boolean settable = true;
+  EXPECT_EQ(AudioObjectIsPropertySettable(device, &address, &settable), 0);
+  EXPECT_FALSE(settable);
+  EXPECT_EQ(Set(device, 'ctrl', 1), OSStatus{kAudioHardwareIllegalOperationError});
+  // Nothing but a device has a list of controls.
+  for (const AudioObjectID id : {stream, volume, mFake->objectID, kSystem}) {
+    EXPECT_FALSE(AudioObjectHasProperty(id, &address));
+  }
+}
+
+TEST_F(Objects, ADeviceIsAskedBeforeTheHostTellsWhatItOwns) {
+  const AudioObjectID device = Device();
+  AudioObjectID volume = 0;
+  mFake->whenAskedWhatIsOwned = [&](AudioObjectID id) {
+    EXPECT_EQ(id, device);
+    if (volume != 0) return;
+    volume = Create(device, 'vlme');
+    EXPECT_EQ(Publish(device, {volume}), 0);
+  };
+  UInt32 size = 0;
+  const AudioObjectPropertyAddress address = Address('ctrl');
+  EXPECT_EQ(AudioObjectGetPropertyDataSize(device, &address, 0, nullptr, &size), 0);
+  EXPECT_NE(volume, 0U);
+  EXPECT_EQ(size, sizeof volume);
+  EXPECT_THAT(List(device, 'ownd'), ElementsAre(volume));
+  EXPECT_THAT(List(device, 'ctrl'), ElementsAre(volume));
+  // A stream owns nothing that it could make.
+  const AudioObjectID stream = Create(device, 'astr');
+  ASSERT_EQ(Publish(device, {stream}), 0);
+  mFake->whenAskedWhatIsOwned = [](AudioObjectID) { ADD_FAILURE(); };
+  EXPECT_THAT(List(stream, 'ownd'), IsEmpty());
+}
+
 TEST_F(Objects, UnknownOnesHaveAStatusByTheKindOfCall) {
   UInt32 value = 0;
   UInt32 size = 4;

@@ -84,7 +84,7 @@ std::string NextName() {
 Playing::Playing() : mName(NextName()) {
   mServer = std::make_unique<Program>(
       "tmbasrv",
-      std::vector<std::string>{"--record-dir", Runtime().File(mName), "--stats",
+      std::vector<std::string>{"--private", "--record-dir", Runtime().File(mName), "--stats",
                                Runtime().File(mName + ".json"), "--json", "--interval", "0.1",
                                // Silence between a hostile client's blocks need not fill the disk.
                                "--max-gap", "0.5"},

@@ -1,12 +1,11 @@
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 
 #include <cstdlib>
 #include <string>
 
 #include "Hostile.h"
 #include "Roles.h"
+#include "support/PrivateMounts.h"
 
 namespace tembra::test {
 namespace {
@@ -27,13 +26,6 @@ int RunRoleHere(int argc, char** argv) {
   return 2;
 }
 
-// Users find each other below /tmp: these tests have one of their own, where there may be.
-void MakePrivateTmp() {
-  if (unshare(CLONE_NEWNS) != 0) return;
-  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return;
-  if (mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") != 0) std::perror("/tmp");
-}
-
 }  // namespace
 
 PrivateRuntime& Runtime() {
@@ -47,6 +39,7 @@ int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
   tembra::test::PrivateRuntime runtime;
   tembra::test::sRuntime = &runtime;
-  tembra::test::MakePrivateTmp();
+  // Users find each other below /tmp: these tests have one of their own.
+  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts({"/tmp"}));
   return RUN_ALL_TESTS();
 }

@@ -31,7 +31,7 @@ std::vector<float> ReadSound(const std::string& inPath) {
 std::unique_ptr<Program> ServerFixture::StartServer(std::vector<std::string> inArguments) {
   unlink(File("stats.json").c_str());
   inArguments.insert(inArguments.end(),
-                     {"--stats", File("stats.json"), "--json", "--interval", "0.1"});
+                     {"--private", "--stats", File("stats.json"), "--json", "--interval", "0.1"});
   auto server = std::make_unique<Program>("tmbasrv", inArguments, NextPrefix("server"));
   const bool ready = WaitUntil([&] {
     return server->Errors().find("tmbasrv: ready") != std::string::npos || !server->Running();

@@ -191,7 +191,7 @@ TEST_F(Server, SecondServerSaysSoAndDisturbsNobody) {
   FakeClient client;
   ASSERT_TRUE(client.Connect());
   const size_t finishes = client.Count(kTMBAudioServerEventFinish);
-  Program second("tmbasrv", {"--record", File("second.wav")}, File("second"));
+  Program second("tmbasrv", {"--private", "--record", File("second.wav")}, File("second"));
   EXPECT_EQ(second.Wait(), 5);
   EXPECT_NE(second.Errors().find("another audio server"), std::string::npos) << second.Errors();
   EXPECT_FALSE(std::filesystem::exists(File("second.wav")));
@@ -497,7 +497,7 @@ TEST_F(Server, HelpIsCompleteAndUsageErrorsAreTwo) {
   for (const char* word :
        {"--record ", "--record-dir", "--play", "--stdout", "--stats", "--json", "--meter",
         "--latency", "--mix-delay", "--max-gap", "--check-interval", "--duration", "--ready-fd",
-        "--block-log", "Exit status", "SIGTERM", "5 another"}) {
+        "--block-log", "--private", "Exit status", "SIGTERM", "5 another"}) {
     EXPECT_NE(help.Output().find(word), std::string::npos) << word;
   }
   Program unknown("tmbasrv", {"--nonsense"}, File("unknown"));
@@ -510,7 +510,7 @@ TEST_F(Server, HelpIsCompleteAndUsageErrorsAreTwo) {
 }
 
 TEST_F(Server, FailuresNameTheCauseAndEndWithOne) {
-  Program folder("tmbasrv", {"--record", "/nonexistent/x.wav"}, File("folder"));
+  Program folder("tmbasrv", {"--private", "--record", "/nonexistent/x.wav"}, File("folder"));
   EXPECT_EQ(folder.Wait(), 1);
   EXPECT_NE(folder.Errors().find("/nonexistent/x.wav"), std::string::npos) << folder.Errors();
 }
@@ -520,7 +520,7 @@ TEST_F(Server, ReadyDescriptorTells) {
   const int file = open(path.c_str(), O_RDWR | O_CREAT, 0600);
   ASSERT_GE(file, 0);
   ASSERT_EQ(dup2(file, 19), 19);
-  Program server("tmbasrv", {"--ready-fd", "19", "--quiet"}, File("quiet"));
+  Program server("tmbasrv", {"--private", "--ready-fd", "19", "--quiet"}, File("quiet"));
   EXPECT_TRUE(WaitUntil([&] { return ReadFile(path) == "ready\n"; }));
   EXPECT_EQ(End(server), 0);
   EXPECT_EQ(server.Errors(), "");

@@ -126,6 +126,9 @@ Boolean ObjectHasProperty(AudioHardwarePlugInRef, AudioObjectID inID,
     case 'fsiz':
     case 'wait':
       return true;
+    case 'ownd':
+      if (State().whenAskedWhatIsOwned) State().whenAskedWhatIsOwned(inID);
+      return false;
     default:
       return false;
   }

@@ -25,6 +25,8 @@ struct FakeState {
   std::function<void()> duringTeardown;
   // Called at every read of 'wait'.
   std::function<void()> duringGet;
+  // Called when it is asked whether an object has 'ownd'.
+  std::function<void(AudioObjectID)> whenAskedWhatIsOwned;
 
   // What came of it.
   AudioHardwarePlugInRef self = nullptr;
