@@ -46,4 +46,10 @@ pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
 pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
 pkg_check_modules(SAMPLERATE REQUIRED IMPORTED_TARGET samplerate)
 pkg_check_modules(ALSA REQUIRED IMPORTED_TARGET alsa)
+# The patcher is for x86-64, and so is the disassembler it calls. Elsewhere the HAL hands its calls
+# over itself; TEMBRA_INTERPOSE builds that on x86-64 too.
+option(TEMBRA_INTERPOSE "Override by the HAL's interposition point, not by patching" OFF)
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64" AND NOT TEMBRA_INTERPOSE)
+  pkg_check_modules(UDIS86 REQUIRED IMPORTED_TARGET udis86)
+endif()
 find_library(BLOCKSRUNTIME BlocksRuntime REQUIRED)

@@ -7,6 +7,13 @@ endfunction()
 
 set(PLATFORM_INCLUDE ${CMAKE_SOURCE_DIR}/platform/include)
 
+# Of the two ways to see the calls of the HAL, the one that is not taken.
+if(TARGET PkgConfig::UDIS86)
+  set(other_way "/(hal/InterposableEntries|runtime/TMBACLNO_Interposed).cpp$")
+else()
+  set(other_way "/(hal/PatchableEntries|runtime/TMBACLNO_Patched).cpp$")
+endif()
+
 # What the plug-in calls and Linux lacks.
 tembra_sources(platform_sources platform/linux/*/*.cpp)
 list(FILTER platform_sources EXCLUDE REGEX "/platform/linux/hal/")
@@ -17,6 +24,7 @@ target_link_options(tmbplatform PRIVATE -Wl,-Bsymbolic-functions -Wl,-z,nodelete
 
 # The audio HAL that loads the plug-in into a process.
 tembra_sources(hal_sources platform/linux/hal/*.cpp)
+list(FILTER hal_sources EXCLUDE REGEX ${other_way})
 add_library(tmbhal SHARED ${hal_sources})
 target_include_directories(tmbhal PRIVATE platform/linux)
 target_link_libraries(tmbhal PUBLIC tmbplatform PRIVATE ${CMAKE_DL_LIBS})
@@ -25,9 +33,13 @@ target_link_options(tmbhal PRIVATE -Wl,-Bsymbolic-functions -Wl,-z,nodelete)
 # The system itself, one object library a folder; all of it once more as an archive for tests and
 # for the server's half of the protocol.
 add_library(tmbcore STATIC)
-foreach(folder support objects formats controls persistence telemetry device runtime
-               library/sys/mac/mach_override client)
+set(core_folders support objects formats controls persistence telemetry device runtime client)
+if(TARGET PkgConfig::UDIS86)
+  list(APPEND core_folders library/sys/mac/mach_override)
+endif()
+foreach(folder ${core_folders})
   tembra_sources(folder_sources src/${folder}/*.cpp)
+  list(FILTER folder_sources EXCLUDE REGEX ${other_way})
   string(REPLACE "/" "_" folder ${folder})
   if(folder_sources)
     add_library(tmb_${folder} OBJECT ${folder_sources})
@@ -40,11 +52,18 @@ endforeach()
 target_include_directories(tmbcore PUBLIC src)
 target_link_libraries(tmbcore PUBLIC tmbhal tmbplatform)
 set_target_properties(tmbcore PROPERTIES LINKER_LANGUAGE CXX)
+if(TARGET PkgConfig::UDIS86)
+  target_link_libraries(tmb_library_sys_mac_mach_override PRIVATE PkgConfig::UDIS86)
+  target_link_libraries(tmbcore PUBLIC PkgConfig::UDIS86)
+endif()
 
 # The bundle.
 set(BUNDLE ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/tembra/plug-ins/TMBAudioClient.plugin/Contents)
 add_library(TMBAudioClient MODULE ${core_objects})
 target_link_libraries(TMBAudioClient PRIVATE tmbhal tmbplatform)
+if(TARGET PkgConfig::UDIS86)
+  target_link_libraries(TMBAudioClient PRIVATE PkgConfig::UDIS86)
+endif()
 target_link_options(TMBAudioClient PRIVATE -Wl,-z,nodelete -Wl,-z,defs
                     -Wl,--version-script=${CMAKE_SOURCE_DIR}/src/client/bundle/exports.map)
 set_target_properties(TMBAudioClient PROPERTIES PREFIX "" SUFFIX "" LINKER_LANGUAGE CXX

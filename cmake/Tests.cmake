@@ -23,6 +23,10 @@ function(tembra_tests kind timeout)
       continue()
     endif()
     get_filename_component(name ${folder} NAME)
+    # What patches machine code is tested where it is built.
+    if(name MATCHES "^(mach_override|override_patched)" AND NOT TARGET PkgConfig::UDIS86)
+      continue()
+    endif()
     set(target ${kind}_${name})
     add_executable(${target} ${sources} $<TARGET_OBJECTS:test_support>)
     target_compile_options(${target} PRIVATE -O0 "SHELL:-Xclang -fno-pch-timestamp")
@@ -60,6 +64,12 @@ endfunction()
 tembra_tests(unit 60)
 tembra_tests(integration 180)
 
+# The way that this build does not take is tested all the same.
+if(TARGET unit_override_interposed)
+  target_sources(unit_override_interposed PRIVATE src/runtime/TMBACLNO_Interposed.cpp
+                 platform/linux/hal/InterposableEntries.cpp)
+endif()
+
 # Every layout that leaves the plug-in, held by the compiler; native/build does the same for its target.
 add_library(layouts OBJECT tests/layouts/layouts.cpp)
 target_link_libraries(layouts PRIVATE tmbcore)
@@ -84,6 +94,20 @@ if(TARGET integration_hal)
                         LIBRARY_OUTPUT_DIRECTORY ${FAKE_BUNDLE}/Linux)
   configure_file(tests/integration/hal/bundle/Info.plist ${FAKE_BUNDLE}/Info.plist COPYONLY)
   add_dependencies(integration_hal FakePlugIn)
+endif()
+
+# A client that is linked to a fixed place, where the tool chain can do that; it is run from other
+# places too, so it names its libraries' place in full.
+if(TARGET integration_default_override)
+  add_executable(override_client tests/integration/default_override/client/client.c)
+  target_link_libraries(override_client PRIVATE tmbhal tmbplatform ${CMAKE_DL_LIBS})
+  set_target_properties(override_client PROPERTIES BUILD_RPATH_USE_ORIGIN OFF
+                        RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  if(NOT TEMBRA_SANITIZE STREQUAL "thread")
+    set_target_properties(override_client PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+    target_link_options(override_client PRIVATE -no-pie)
+  endif()
+  add_dependencies(integration_default_override override_client FakePlugIn)
 endif()
 
 # What the bundle tests load.
