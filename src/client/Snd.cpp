@@ -23,8 +23,6 @@ static_assert(sizeof(AudioBuffer) == 16 && offsetof(AudioBufferList, mBuffers) =
 namespace {
 
 constexpr size_t kCountSize = sizeof(UInt32);
-constexpr size_t kHeaderSize = sizeof(AudioTimeStamp) + kCountSize;
-constexpr size_t kRecordHeaderSize = 2 * sizeof(UInt32);
 
 bool IsSplit(const AudioBufferList& inList, bool inDeinterleave) {
   return inDeinterleave && inList.mNumberBuffers == 1 && inList.mBuffers[0].mNumberChannels >= 2;
@@ -97,8 +95,8 @@ void PutSplitRecords(const AudioStreamBasicDescription& inFormat, const AudioBuf
   }
 
   if (channels == 2 && sampleSize == 4 && source != nullptr && inBuffer.mDataByteSize % 8 == 0) {
-    std::byte* left = outRecords + kRecordHeaderSize;
-    std::byte* right = left + byteSize + kRecordHeaderSize;
+    std::byte* left = outRecords + kSndRecordHeaderSize;
+    std::byte* right = left + byteSize + kSndRecordHeaderSize;
     PutRecordHeader(outRecords, 1, byteSize);
     PutRecordHeader(left + byteSize, 1, byteSize);
     SplitStereo(source, left, right, byteSize / 4);
@@ -108,7 +106,7 @@ void PutSplitRecords(const AudioStreamBasicDescription& inFormat, const AudioBuf
   std::byte* record = outRecords;
   std::byte* touched = outRecords;  // the end of what the walk of an earlier channel reached
   for (UInt32 channel = 0; channel < channels; ++channel) {
-    std::byte* samples = record + kRecordHeaderSize;
+    std::byte* samples = record + kSndRecordHeaderSize;
     std::byte* recordEnd = samples + byteSize;
     PutRecordHeader(record, 1, byteSize);
     const uint64_t written =
@@ -128,9 +126,9 @@ void PutRecord(const AudioBuffer& inBuffer, std::byte* outRecord) {
   PutRecordHeader(outRecord, inBuffer.mNumberChannels, inBuffer.mDataByteSize);
   if (inBuffer.mDataByteSize == 0) return;
   if (inBuffer.mData != nullptr) {
-    std::memcpy(outRecord + kRecordHeaderSize, inBuffer.mData, inBuffer.mDataByteSize);
+    std::memcpy(outRecord + kSndRecordHeaderSize, inBuffer.mData, inBuffer.mDataByteSize);
   } else {
-    std::memset(outRecord + kRecordHeaderSize, 0, inBuffer.mDataByteSize);
+    std::memset(outRecord + kSndRecordHeaderSize, 0, inBuffer.mDataByteSize);
   }
 }
 
@@ -160,13 +158,13 @@ double GetHostFactor(std::atomic<double>& ioFactor, double inUnit) {
 }  // namespace
 
 size_t SndGetABLSerializedSize(const AudioBufferList& inList, bool inDeinterleave) noexcept {
-  uint64_t size = kHeaderSize;
+  uint64_t size = kSndBlockHeaderSize;
   if (IsSplit(inList, inDeinterleave)) {
     const uint64_t channels = inList.mBuffers[0].mNumberChannels;
-    size += channels * (kRecordHeaderSize + inList.mBuffers[0].mDataByteSize / channels);
+    size += channels * (kSndRecordHeaderSize + inList.mBuffers[0].mDataByteSize / channels);
   } else {
     for (UInt32 i = 0; i < inList.mNumberBuffers; ++i) {
-      size += kRecordHeaderSize + inList.mBuffers[i].mDataByteSize;
+      size += kSndRecordHeaderSize + inList.mBuffers[i].mDataByteSize;
     }
   }
   return size <= INT_MAX ? static_cast<size_t>(size) : 0;
@@ -179,7 +177,7 @@ size_t SndSerializeABL(const AudioTimeStamp& inTime, const AudioStreamBasicDescr
   if (size == 0 || size > inStorageSize || outStorage == nullptr) return 0;
 
   std::byte* block = static_cast<std::byte*>(outStorage);
-  std::byte* record = block + kHeaderSize;
+  std::byte* record = block + kSndBlockHeaderSize;
   std::memcpy(block, &inTime, sizeof(inTime));
   if (IsSplit(inList, inDeinterleave)) {
     PutUInt32(block + sizeof(inTime), inList.mBuffers[0].mNumberChannels);
@@ -188,7 +186,7 @@ size_t SndSerializeABL(const AudioTimeStamp& inTime, const AudioStreamBasicDescr
     PutUInt32(block + sizeof(inTime), inList.mNumberBuffers);
     for (UInt32 i = 0; i < inList.mNumberBuffers; ++i) {
       PutRecord(inList.mBuffers[i], record);
-      record += kRecordHeaderSize + inList.mBuffers[i].mDataByteSize;
+      record += kSndRecordHeaderSize + inList.mBuffers[i].mDataByteSize;
     }
   }
   return size;
@@ -247,8 +245,8 @@ AudioBufferList* SndAllocateAudioBufferList(void* inBlock, int inSize, AudioTime
     }
     buffer.mNumberChannels = TakeUInt32(position);
     buffer.mDataByteSize = TakeUInt32(position + sizeof(UInt32));
-    position += kRecordHeaderSize;
-    remaining -= kRecordHeaderSize;
+    position += kSndRecordHeaderSize;
+    remaining -= kSndRecordHeaderSize;
     if (inCopyData) {
       buffer.mData = std::malloc(buffer.mDataByteSize);
       if (buffer.mData == nullptr && buffer.mDataByteSize != 0) {

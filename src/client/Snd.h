@@ -19,6 +19,10 @@
 // Units: bytes; wave time stamps are seconds.
 // Failure: null, 0, or as told; nothing is thrown.
 
+// What stands before a block's first record, and before a record's samples.
+inline constexpr size_t kSndBlockHeaderSize = sizeof(AudioTimeStamp) + sizeof(UInt32);
+inline constexpr size_t kSndRecordHeaderSize = 2 * sizeof(UInt32);
+
 // The size of the block that the list makes; 0 if it would not fit an int.
 size_t SndGetABLSerializedSize(const AudioBufferList& inList, bool inDeinterleave) noexcept;
 

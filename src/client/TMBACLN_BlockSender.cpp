@@ -11,9 +11,6 @@ namespace {
 
 // More than a data object takes; one that should take more comes from the heap.
 constexpr size_t kObjectSize = 512;
-// The time stamp and the count, and the head of each record.
-constexpr size_t kBlockHeaderSize = 68;
-constexpr size_t kRecordHeaderSize = 8;
 // A size that is no whole number of samples makes the last sample reach past its record.
 constexpr size_t kSlack = 64;
 
@@ -46,7 +43,7 @@ void TMBACLN_BlockSender::Reserve(UInt32 inFrameSize, const AudioStreamBasicDesc
       static_cast<size_t>(inFormat.mBytesPerFrame) *
       ((inFormat.mFormatFlags & kAudioFormatFlagIsNonInterleaved) != 0 ? inFormat.mChannelsPerFrame
                                                                        : 1);
-  const size_t size = kBlockHeaderSize + inFormat.mChannelsPerFrame * kRecordHeaderSize +
+  const size_t size = kSndBlockHeaderSize + inFormat.mChannelsPerFrame * kSndRecordHeaderSize +
                       inFrameSize * frameBytes + kSlack;
   if (mStorage != nullptr && mStorage->mBlockSize >= size && !mStorage->mIsInUse.load()) return;
   Drop();

@@ -11,7 +11,11 @@
 #include "client/TMBACLN_Stream.h"
 #include "client/TMBAudioServer.h"
 #include "client/TMBCLN_Thread.h"
+#include "controls/HP_DeviceControlProperty.h"
 #include "device/HP_IOThread.h"
+#include "objects/CAPropertyAddress.h"
+#include "persistence/HP_HogMode.h"
+#include "runtime/TMBACLNO.h"
 #include "support/CAException.h"
 #include "support/CAGuard.h"
 
@@ -23,14 +27,26 @@ constexpr UInt32 kInitialIOBufferFrameSize = 512;
 constexpr CFTimeInterval kRunLoopSeconds = 0.5;
 constexpr useconds_t kRunLoopPollMicroseconds = 20000;
 
+// False if the host cannot tell.
+bool IsProcessMaster() {
+  const CAPropertyAddress address(kAudioHardwarePropertyProcessIsMaster);
+  UInt32 isMaster = 0;
+  UInt32 size = sizeof(isMaster);
+  AudioObjectGetPropertyData(kAudioObjectSystemObject, &address, 0, nullptr, &size, &isMaster);
+  return isMaster != 0;
+}
+
 }  // namespace
 
 TMBACLN_Device::TMBACLN_Device(AudioObjectID inObjectID, TMBACLN_PlugIn* inPlugIn)
     : HP_Device(inObjectID, kAudioDeviceClassID, inPlugIn, kIOBufferSetID, false),
       mPlugIn(inPlugIn),
+      mHogMode(nullptr),
       mIOThread(nullptr),
       mNumberEngineStops(0),
       mAnchorHostTime(0),
+      mControlsCreated(false),
+      mDeviceControlProperty(nullptr),
       mListenerID(nullptr),
       mPortID(nullptr),
       mAudioDataPort(nullptr),
@@ -81,10 +97,19 @@ TMBACLN_Device::~TMBACLN_Device() {
 
 void TMBACLN_Device::Initialize() {
   HP_Device::Initialize();
-  mIOThread = new HP_IOThread(this);
-  CreateStreams();
+  {
+    // From the hog mode's making on, a notification may ask for the streams and the I/O thread.
+    CAMutex::Locker stateLocker(GetDeviceStateMutex());
+    mHogMode = new HP_HogMode(this);
+    mHogMode->Initialize();
+    mIOThread = new HP_IOThread(this);
+    CreateStreams();
+  }
   SetIOBufferFrameSize(kInitialIOBufferFrameSize, false);
   SetIOBufferFrameSize(DetermineIOBufferFrameSize(), false);
+  mDeviceControlProperty = new HP_DeviceControlProperty(this);
+  AddProperty(mDeviceControlProperty);
+  if (IsProcessMaster()) CreateControls();
 
   // A late callback for a device that stood at this address before finds this one in the pool.
   ConnectionLocker locker(sConnectionMutex);
@@ -92,11 +117,26 @@ void TMBACLN_Device::Initialize() {
   mListenerID = CFTmbSndCopyListenerID();
   if (mPortID != nullptr) CFRelease(mPortID);
   mPortID = CFTmbSndCopyPortID(getpid());
+
+  // From now on a read of the default output may be answered with this device.
+  TMBACLNO_Initialize(GetObjectID());
 }
 
 void TMBACLN_Device::Teardown() {
   // A device whose building failed early has nothing that could be stopped.
   if (mIOThread != nullptr) Do_StopAllIOProcs();
+  if (mHogMode != nullptr) {
+    if (mHogMode->CurrentProcessIsOwner()) mHogMode->Release();
+    // Waits for a notification that is at work on this device; none comes after.
+    delete mHogMode;
+    mHogMode = nullptr;
+  }
+  if (mDeviceControlProperty != nullptr) {
+    RemoveProperty(mDeviceControlProperty);
+    delete mDeviceControlProperty;
+    mDeviceControlProperty = nullptr;
+  }
+  ReleaseControls();
   ReleaseStreams();
   delete mIOThread;
   mIOThread = nullptr;
@@ -109,6 +149,7 @@ void TMBACLN_Device::Finalize() {
       static_cast<TMBACLN_Stream*>(GetStreamByIndex(isInput, index))->Finalize();
     }
   }
+  if (mHogMode->CurrentProcessIsOwner()) mHogMode->Release();
 }
 
 void TMBACLN_Device::CreateStreams() {
@@ -123,14 +164,18 @@ void TMBACLN_Device::CreateStreams() {
     AddStream(stream.release());
     ids.push_back(id);
   }
-  for (const AudioObjectID id : ids) {
+  PublishObjects(ids);
+}
+
+void TMBACLN_Device::PublishObjects(const std::vector<AudioObjectID>& inIDs) {
+  for (const AudioObjectID id : inIDs) {
     if (HP_Object* object = HP_Object::GetObjectByID(id)) {
       HP_Object::SetObjectStateMutexForID(id, object->GetObjectStateMutex());
     }
   }
   const OSStatus status =
       AudioObjectsPublishedAndDied(mPlugIn->GetInterface(), GetObjectID(),
-                                   static_cast<UInt32>(ids.size()), ids.data(), 0, nullptr);
+                                   static_cast<UInt32>(inIDs.size()), inIDs.data(), 0, nullptr);
   if (status != 0) throw CAException(status);
 }
 
@@ -144,6 +189,14 @@ void TMBACLN_Device::ReleaseStreams() {
       delete stream;
     }
   }
+}
+
+bool TMBACLN_Device::HogModeIsOwnedBySelf() const {
+  return mHogMode != nullptr && mHogMode->CurrentProcessIsOwner();
+}
+
+bool TMBACLN_Device::HogModeIsOwnedBySelfOrIsFree() const {
+  return mHogMode == nullptr || mHogMode->CurrentProcessIsOwnerOrIsFree();
 }
 
 void TMBACLN_Device::HogModeStateChanged() {

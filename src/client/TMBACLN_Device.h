@@ -6,12 +6,15 @@
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <vector>
 
 #include "client/TMBACLN_BlockSender.h"
 #include "client/TMBAudioClientInfo.h"
 #include "device/HP_Device.h"
 #include "support/CAReaderBracket.h"
 
+class HP_DeviceControlProperty;
+class HP_HogMode;
 class HP_IOProc;
 class HP_IOThread;
 class TMBACLN_PlugIn;
@@ -28,7 +31,8 @@ class TMBACLN_PlugIn;
 //   cycle never takes and under which no other lock of the device is taken: the I/O thread reads
 //   the two fields that it needs as atomics and uses the data port inside mDataPortBracket, and
 //   who closes that port waits for the bracket first.
-// Ownership: owned by the plug-in; owns its streams, I/O thread, ports and timers.
+// Ownership: owned by the plug-in; owns its streams, controls, hog mode, I/O thread, ports and
+//   timers.
 // Units: host ticks, frames, seconds.
 // Failure: CAException below the entry table. The connection reports nothing: its failures end as
 //   states, and rendering goes on.
@@ -51,6 +55,10 @@ class TMBACLN_Device : public HP_Device {
   void Teardown() override;
   // Puts the streams right when the process goes away; deletes nothing.
   virtual void Finalize();
+  // The controls are made once, when the first question needs them; the master makes them at its
+  // start. Under the state mutex, or before publication and after the end.
+  void CreateControls();
+  void ReleaseControls();
 
   // Properties.
   bool HasProperty(const AudioObjectPropertyAddress& inAddress) const override;
@@ -65,6 +73,7 @@ class TMBACLN_Device : public HP_Device {
                        const void* inQualifierData, UInt32 inDataSize, const void* inData,
                        const AudioTimeStamp* inWhen) override;
   static bool IsControlRelatedProperty(unsigned int inSelector);
+  void PropertyListenerAdded(const AudioObjectPropertyAddress& inAddress) override;
 
   bool IsHidden() const override;
   CFStringRef CopyDeviceName() const override;
@@ -76,6 +85,8 @@ class TMBACLN_Device : public HP_Device {
   bool CanBeDefaultDevice(bool inIsInput, bool inIsSystem) const override;
   virtual CFStringRef CopyManufacturerName() const;
 
+  bool HogModeIsOwnedBySelf() const override;
+  bool HogModeIsOwnedBySelfOrIsFree() const override;
   void HogModeStateChanged() override;
 
   // Commands.
@@ -145,11 +156,22 @@ class TMBACLN_Device : public HP_Device {
 
   void CreateStreams();
   void ReleaseStreams();
+  // Tells the host of objects that were made, and gives each the device's mutex.
+  void PublishObjects(const std::vector<AudioObjectID>& inIDs);
+  template <class Control>
+  void CreateControl(AudioClassID inClassID, AudioObjectPropertyScope inScope,
+                     AudioObjectPropertyElement inElement, std::vector<AudioObjectID>& ioIDs);
+  // If the selector is one that needs them.
+  void CreateControlsFor(AudioObjectPropertySelector inSelector) const;
   void RefreshAvailableStreamFormats();
+  void ToggleHogMode();
+  // What a start of a procedure asks of the ownership.
+  void CheckHogModeForStart();
 
   void StartIOCycle();
   void PreProcessInputData(const AudioTimeStamp& inTime);
   bool ReadInputData(const AudioTimeStamp& inTime, UInt32 inIOBufferSetID);
+  void PostProcessInputData(const AudioTimeStamp& inTime);
   void PreProcessOutputData(const AudioTimeStamp& inTime, HP_IOProc& inIOProc);
   bool WriteOutputData(const AudioTimeStamp& inTime, UInt32 inIOBufferSetID);
   void FinishIOCycle();
@@ -181,9 +203,12 @@ class TMBACLN_Device : public HP_Device {
   static std::map<int, TMBACLN_Device*>& devicePool;
 
   TMBACLN_PlugIn* mPlugIn;
+  HP_HogMode* mHogMode;
   HP_IOThread* mIOThread;
   UInt32 mNumberEngineStops;            // under way; with the guard held
   std::atomic<UInt64> mAnchorHostTime;  // sample time 0 of this run; 0 when the clock is stopped
+  bool mControlsCreated;
+  HP_DeviceControlProperty* mDeviceControlProperty;
 
   CFStringRef mListenerID;
   CFStringRef mPortID;

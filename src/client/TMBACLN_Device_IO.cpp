@@ -6,9 +6,11 @@
 #include "device/HP_IOProc.h"
 #include "device/HP_IOProcList.h"
 #include "device/HP_IOThread.h"
+#include "persistence/HP_HogMode.h"
 #include "support/CAAudioBufferList.h"
 #include "support/CAException.h"
 #include "support/CAGuard.h"
+#include "telemetry/HP_IOCycleTelemetry.h"
 
 namespace {
 
@@ -44,14 +46,20 @@ UInt32 TMBACLN_Device::GetIOCycleNumber() const {
   return mIOThread != nullptr ? mIOThread->GetIOCycleNumber() : 0;
 }
 
-void TMBACLN_Device::Do_StartIOProc(AudioDeviceIOProcID inIOProcID) {
+// A device whose output is not mixable is started by its owner alone.
+void TMBACLN_Device::CheckHogModeForStart() {
   if (!HogModeIsOwnedBySelfOrIsFree()) throw CAException(kAudioDevicePermissionsError);
+  if (HasAnyNonMixableStreams(false) && !HogModeIsOwnedBySelf()) mHogMode->Take();
+}
+
+void TMBACLN_Device::Do_StartIOProc(AudioDeviceIOProcID inIOProcID) {
+  CheckHogModeForStart();
   HP_Device::Do_StartIOProc(inIOProcID);
 }
 
 void TMBACLN_Device::Do_StartIOProcAtTime(AudioDeviceIOProcID inIOProcID,
                                           AudioTimeStamp& ioRequestedStartTime, UInt32 inFlags) {
-  if (!HogModeIsOwnedBySelfOrIsFree()) throw CAException(kAudioDevicePermissionsError);
+  CheckHogModeForStart();
   HP_Device::Do_StartIOProcAtTime(inIOProcID, ioRequestedStartTime, inFlags);
 }
 
@@ -98,6 +106,7 @@ void TMBACLN_Device::StartIOEngineAtTime(const AudioTimeStamp& inStartTime, UInt
   anchor.mFlags = kAudioTimeStampSampleTimeValid | kAudioTimeStampHostTimeValid;
   TranslateTime(time, anchor);
   mIOThread->Resynch(&anchor, true);
+  GetIOCycleTelemetry()->Resynch(GetIOCycleNumber(), anchor);
 }
 
 void TMBACLN_Device::StopIOEngine() {
@@ -127,10 +136,12 @@ bool TMBACLN_Device::CallIOProcs(const AudioTimeStamp& inCurrentTime,
     list.RefreshIOProcBufferLists(true);
     PreProcessInputData(inInputTime);
     result = ReadInputData(inInputTime, GetIOBufferSetID());
+    if (result) PostProcessInputData(inInputTime);
   }
   if (result) {
     const AudioBufferList* inputList = list.GetSharedAudioBufferList(true);
     AudioBufferList* outputList = list.GetSharedAudioBufferList(false);
+    GetIOCycleTelemetry()->IOCycleIOProcsBegin(GetIOCycleNumber());
     const UInt32 numberIOProcs = list.GetNumberIOProcs();
     for (UInt32 index = 0; index < numberIOProcs; ++index) {
       HP_IOProc* ioProc = list.GetIOProcByIndex(index);
@@ -146,6 +157,7 @@ bool TMBACLN_Device::CallIOProcs(const AudioTimeStamp& inCurrentTime,
       ioProc->Call(inCurrentTime, inInputTime, inputList, inOutputTime, renderList);
       PreProcessOutputData(inOutputTime, *ioProc);
     }
+    GetIOCycleTelemetry()->IOCycleIOProcsEnd(GetIOCycleNumber());
     if (HasOutputStreams()) result = WriteOutputData(inOutputTime, GetIOBufferSetID());
   }
   FinishIOCycle();
@@ -161,8 +173,20 @@ bool TMBACLN_Device::ReadInputData(const AudioTimeStamp& /*inTime*/, UInt32 /*in
   return true;
 }
 
+// The lists are looked through only while someone wants to know.
+void TMBACLN_Device::PostProcessInputData(const AudioTimeStamp& /*inTime*/) {
+  const AudioBufferList* inputList = GetIOProcList()->GetSharedAudioBufferList(true);
+  if (inputList != nullptr && GetIOCycleTelemetry()->IsCapturing() &&
+      CAAudioBufferList::HasData(inputList)) {
+    GetIOCycleTelemetry()->InputDataPresent(GetIOCycleNumber());
+  }
+}
+
 // What goes out is the record's own list, whichever list its procedure was given.
 void TMBACLN_Device::PreProcessOutputData(const AudioTimeStamp& inTime, HP_IOProc& inIOProc) {
+  if (GetIOCycleTelemetry()->IsCapturing() && inIOProc.BufferListHasData(false)) {
+    GetIOCycleTelemetry()->OutputDataPresent(GetIOCycleNumber());
+  }
   TransferAudioData(inTime, inIOProc.GetAudioBufferList(false));
 }
 

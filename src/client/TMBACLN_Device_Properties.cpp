@@ -6,6 +6,7 @@
 #include "client/TMBACLN_Device.h"
 #include "device/HP_IOThread.h"
 #include "objects/CAPropertyAddress.h"
+#include "persistence/HP_HogMode.h"
 #include "support/CAException.h"
 #include "support/CAMutex.h"
 
@@ -40,13 +41,16 @@ bool TMBACLN_Device::IsControlRelatedProperty(unsigned int inSelector) {
 
 bool TMBACLN_Device::HasProperty(const AudioObjectPropertyAddress& inAddress) const {
   CAMutex::Locker locker(GetDeviceStateMutex());
+  CreateControlsFor(inAddress.mSelector);
   if (inAddress.mSelector == kAudioDevicePropertyIOCycleUsage) return true;
   return HP_Device::HasProperty(inAddress);
 }
 
 bool TMBACLN_Device::IsPropertySettable(const AudioObjectPropertyAddress& inAddress) const {
   CAMutex::Locker locker(GetDeviceStateMutex());
+  CreateControlsFor(inAddress.mSelector);
   if (inAddress.mSelector == kAudioDevicePropertyIOCycleUsage) return true;
+  if (inAddress.mSelector == kAudioDevicePropertyHogMode) return true;
   return HP_Device::IsPropertySettable(inAddress);
 }
 
@@ -54,6 +58,7 @@ UInt32 TMBACLN_Device::GetPropertyDataSize(const AudioObjectPropertyAddress& inA
                                            UInt32 inQualifierDataSize,
                                            const void* inQualifierData) const {
   CAMutex::Locker locker(GetDeviceStateMutex());
+  CreateControlsFor(inAddress.mSelector);
   if (inAddress.mSelector == kAudioDevicePropertyIOCycleUsage) return sizeof(Float32);
   return HP_Device::GetPropertyDataSize(inAddress, inQualifierDataSize, inQualifierData);
 }
@@ -62,11 +67,19 @@ void TMBACLN_Device::GetPropertyData(const AudioObjectPropertyAddress& inAddress
                                      UInt32 inQualifierDataSize, const void* inQualifierData,
                                      UInt32& ioDataSize, void* outData) const {
   CAMutex::Locker locker(GetDeviceStateMutex());
+  CreateControlsFor(inAddress.mSelector);
   if (inAddress.mSelector == kAudioDevicePropertyIOCycleUsage) {
     if (ioDataSize != GetPropertyDataSize(inAddress, inQualifierDataSize, inQualifierData)) {
       throw CAException(kAudioHardwareBadPropertySizeError);
     }
     *static_cast<Float32*>(outData) = mIOThread->GetIOCycleUsage();
+    return;
+  }
+  if (inAddress.mSelector == kAudioDevicePropertyHogMode) {
+    if (ioDataSize != GetPropertyDataSize(inAddress, inQualifierDataSize, inQualifierData)) {
+      throw CAException(kAudioHardwareBadPropertySizeError);
+    }
+    *static_cast<SInt32*>(outData) = mHogMode->GetOwner();
     return;
   }
   HP_Device::GetPropertyData(inAddress, inQualifierDataSize, inQualifierData, ioDataSize, outData);
@@ -77,6 +90,7 @@ void TMBACLN_Device::SetPropertyData(const AudioObjectPropertyAddress& inAddress
                                      UInt32 inDataSize, const void* inData,
                                      const AudioTimeStamp* inWhen) {
   CAMutex::Locker locker(GetDeviceStateMutex());
+  CreateControlsFor(inAddress.mSelector);
   if (inAddress.mSelector == kAudioDevicePropertyIOCycleUsage) {
     if (inDataSize != GetPropertyDataSize(inAddress, inQualifierDataSize, inQualifierData)) {
       throw CAException(kAudioHardwareBadPropertySizeError);
@@ -86,8 +100,28 @@ void TMBACLN_Device::SetPropertyData(const AudioObjectPropertyAddress& inAddress
     PropertiesChanged(1, &changed);
     return;
   }
+  if (inAddress.mSelector == kAudioDevicePropertyHogMode) {
+    if (inDataSize != GetPropertyDataSize(inAddress, inQualifierDataSize, inQualifierData)) {
+      throw CAException(kAudioHardwareBadPropertySizeError);
+    }
+    ToggleHogMode();
+    // The caller finds the new owner where he left his value, which is not looked at.
+    *static_cast<SInt32*>(const_cast<void*>(inData)) = mHogMode->GetOwner();
+    return;
+  }
   HP_Device::SetPropertyData(inAddress, inQualifierDataSize, inQualifierData, inDataSize, inData,
                              inWhen);
+}
+
+void TMBACLN_Device::ToggleHogMode() {
+  if (mHogMode->IsFree()) {
+    mHogMode->Take();
+  } else if (mHogMode->CurrentProcessIsOwner()) {
+    mHogMode->Release();
+  } else {
+    throw CAException(kAudioDevicePermissionsError);
+  }
+  HogModeStateChanged();
 }
 
 bool TMBACLN_Device::IsHidden() const {

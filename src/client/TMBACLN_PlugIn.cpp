@@ -7,6 +7,7 @@
 
 #include "client/TMBACLN_Device.h"
 #include "objects/CAPropertyAddress.h"
+#include "persistence/HP_DeviceSettings.h"
 #include "support/CAException.h"
 
 namespace {
@@ -83,6 +84,11 @@ void TMBACLN_PlugIn::Teardown() {
     mDevice->Do_StopAllIOProcs();
     const CAPropertyAddress isAlive(kAudioDevicePropertyDeviceIsAlive);
     mDevice->PropertiesChanged(1, &isAlive);
+    // One process is enough to remember what all would.
+    if (isMaster != 0) {
+      HP_DeviceSettings::SaveToPrefs(*mDevice, HP_DeviceSettings::sStandardControlsToSave,
+                                     HP_DeviceSettings::kNumberStandardControlsToSave);
+    }
     const AudioObjectID deviceID = mDevice->GetObjectID();
     AudioObjectsPublishedAndDied(GetInterface(), kAudioObjectSystemObject, 0, nullptr, 1,
                                  &deviceID);

@@ -7,9 +7,11 @@
 #include "device/HP_IOProcList.h"
 #include "formats/HP_DeviceFormatList.h"
 #include "formats/HP_Stream.h"
+#include "persistence/HP_PreferredChannels.h"
 #include "support/CACFString.h"
 #include "support/CAException.h"
 #include "support/CAHostTimeBase.h"
+#include "telemetry/HP_IOCycleTelemetry.h"
 
 namespace {
 
@@ -21,12 +23,14 @@ HP_Device::HP_Device(AudioObjectID inObjectID, AudioClassID inClassID, HP_Hardwa
                      UInt32 inIOBufferSetID, bool inIOBufferSetIncludesHeader)
     : HP_Object(inObjectID, inClassID, inPlugIn),
       mDeviceStateMutex(nullptr),
+      mPreferredChannels(nullptr),
       mDeviceFormatList(nullptr),
       mIOProcList(nullptr),
       mIOBufferSetID(inIOBufferSetID),
       mIOBufferSetIncludesHeader(inIOBufferSetIncludesHeader),
       mIOBufferFrameSize(kIOBufferFrameSizeAtConstruction),
       mIOEngineIsRunning(false),
+      mIOCycleTelemetry(nullptr),
       mDebugDeviceName() {}
 
 HP_Device::~HP_Device() {
@@ -37,6 +41,11 @@ void HP_Device::Initialize() {
   CreateDeviceStateMutex();
   HP_Object::Initialize();
   CreateIOProcList();
+  mIOCycleTelemetry = new HP_IOCycleTelemetry(this);
+  mIOCycleTelemetry->Initialize(nullptr);
+  mPreferredChannels = new HP_PreferredChannels(this);
+  mPreferredChannels->Initialize();
+  AddProperty(mPreferredChannels);
   mDeviceFormatList = new HP_DeviceFormatList(this);
   mDeviceFormatList->Initialize();
   AddProperty(mDeviceFormatList);
@@ -44,11 +53,23 @@ void HP_Device::Initialize() {
 }
 
 void HP_Device::Teardown() {
+  if (mIOCycleTelemetry != nullptr) mIOCycleTelemetry->SetIsCapturing(false);
   if (mDeviceFormatList != nullptr) {
     RemoveProperty(mDeviceFormatList);
     mDeviceFormatList->Teardown();
     delete mDeviceFormatList;
     mDeviceFormatList = nullptr;
+  }
+  if (mPreferredChannels != nullptr) {
+    RemoveProperty(mPreferredChannels);
+    mPreferredChannels->Teardown();
+    delete mPreferredChannels;
+    mPreferredChannels = nullptr;
+  }
+  if (mIOCycleTelemetry != nullptr) {
+    mIOCycleTelemetry->Teardown();
+    delete mIOCycleTelemetry;
+    mIOCycleTelemetry = nullptr;
   }
   DestroyIOProcList();
   HP_Object::Teardown();
@@ -88,7 +109,9 @@ void HP_Device::Show() const {
       static_cast<unsigned long>(GetIOBufferFrameSize()));
 }
 
-void HP_Device::ClearPrefs() {}
+void HP_Device::ClearPrefs() {
+  if (mPreferredChannels != nullptr) mPreferredChannels->ClearPrefs();
+}
 
 // Identity.
 

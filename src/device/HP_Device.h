@@ -13,8 +13,11 @@ class CAGuard;
 class CAMutex;
 class CAPropertyAddressList;
 class HP_Command;
+class HP_Control;
 class HP_DeviceFormatList;
+class HP_IOCycleTelemetry;
 class HP_IOProcList;
+class HP_PreferredChannels;
 class HP_Stream;
 
 // Purpose: the base of every audio device: its state, its streams, its I/O procedures, its
@@ -24,8 +27,9 @@ class HP_Stream;
 //   operation without the prefix runs with the I/O guard held, when its command executes. Plain
 //   reads of frame size and running state may come from any thread. Lock order: state mutex, then
 //   I/O guard.
-// Ownership: owned by the plug-in. Owns its state mutex, format list, I/O procedure list and
-//   deferred commands. The concrete device adds and deletes its streams.
+// Ownership: owned by the plug-in. Owns its state mutex, preferred channels, format list,
+//   telemetry, I/O procedure list and deferred commands. The concrete device adds and deletes its
+//   streams and controls.
 // Units and range: sizes and times in frames, rates in frames per second, host times in host
 //   ticks; stream indices count from 0, channels from 1 with element 0 for the whole device.
 // Failure: CAException. A command that was deferred has no one to report to.
@@ -156,8 +160,46 @@ class HP_Device : public HP_Object {
   virtual bool UpdateIOCycleTimingServices();
   virtual void StopIOCycleTimingServices();
 
+  // Controls. The control that a property of the device means, or null. The class is left as it was
+  // for a selector that means none.
+  virtual HP_Control* GetControlByAddress(const AudioObjectPropertyAddress& inAddress) const;
+  virtual void ConvertDeviceAddressToControlAddress(
+      const AudioObjectPropertyAddress& inAddress, AudioClassID& outControlClassID,
+      AudioObjectPropertyScope& outControlScope,
+      AudioObjectPropertyElement& outControlElement) const;
+  virtual AudioObjectPropertySelector ConvertDeviceSelectorToControlSelector(
+      AudioObjectPropertySelector inSelector) const;
+  // The properties of the device that change with a control's value and range; a selector of 0 is
+  // none.
+  virtual AudioObjectPropertySelector GetPrimaryValueChangedPropertySelectorForControl(
+      const HP_Control* inControl) const;
+  virtual AudioObjectPropertySelector GetSecondaryValueChangedPropertySelectorForControl(
+      const HP_Control* inControl) const;
+  virtual AudioObjectPropertySelector GetThirdValueChangedPropertySelectorForControl(
+      const HP_Control* inControl) const;
+  virtual AudioObjectPropertySelector GetFourthValueChangedPropertySelectorForControl(
+      const HP_Control* inControl) const;
+  virtual AudioObjectPropertyScope GetPrimaryValueChangedPropertyScopeForControl(
+      const HP_Control* inControl) const;
+  virtual AudioObjectPropertyScope GetSecondaryValueChangedPropertyScopeForControl(
+      const HP_Control* inControl) const;
+  virtual AudioObjectPropertyScope GetThirdValueChangedPropertyScopeForControl(
+      const HP_Control* inControl) const;
+  virtual AudioObjectPropertyScope GetFourthValueChangedPropertyScopeForControl(
+      const HP_Control* inControl) const;
+  virtual AudioObjectPropertySelector GetPrimaryRangeChangedPropertySelectorForControl(
+      const HP_Control* inControl) const;
+  virtual AudioObjectPropertySelector GetSecondaryRangeChangedPropertySelectorForControl(
+      const HP_Control* inControl) const;
+  virtual AudioObjectPropertyScope GetPrimaryRangeChangedPropertyScopeForControl(
+      const HP_Control* inControl) const;
+  virtual AudioObjectPropertyScope GetSecondaryRangeChangedPropertyScopeForControl(
+      const HP_Control* inControl) const;
+
   CAMutex* GetDeviceStateMutex() const { return mDeviceStateMutex; }
   HP_IOProcList* GetIOProcList() const { return mIOProcList; }
+  // From Initialize to Teardown.
+  HP_IOCycleTelemetry* GetIOCycleTelemetry() const { return mIOCycleTelemetry; }
   UInt32 GetIOBufferSetID() const { return mIOBufferSetID; }
   const char* GetDebugDeviceName() const { return mDebugDeviceName; }
 
@@ -190,6 +232,14 @@ class HP_Device : public HP_Object {
   bool HasAnyNonMixableStreams(bool inIsInput) const;
   bool CanSetIsMixable(bool inIsInput) const;
 
+  // Controls, in the order in which they were added. With the state mutex held.
+  void AddControl(HP_Control* inControl);
+  void RemoveControl(HP_Control* inControl);
+  void RemoveAllControls();
+  UInt32 GetNumberControls() const { return static_cast<UInt32>(mControls.size()); }
+  HP_Control* GetControlByIndex(UInt32 inIndex) const;
+  void ClearControlMarks();
+
  private:
   using StreamList = std::vector<HP_Stream*>;
 
@@ -199,8 +249,10 @@ class HP_Device : public HP_Object {
   template <class Operation>
   AudioDeviceIOProcID CreateIOProcIDNow(Operation inOperation);
   void TakeDebugDeviceName();
+  void TellIOBufferFrameSize();
 
   CAMutex* mDeviceStateMutex;
+  HP_PreferredChannels* mPreferredChannels;
   HP_DeviceFormatList* mDeviceFormatList;
   // With the guard held, which is where the I/O thread is when it runs clients and commands.
   std::vector<HP_Command*> mCommandList;
@@ -210,7 +262,9 @@ class HP_Device : public HP_Object {
   bool mIOBufferSetIncludesHeader;
   std::atomic<UInt32> mIOBufferFrameSize;
   std::atomic<bool> mIOEngineIsRunning;
+  HP_IOCycleTelemetry* mIOCycleTelemetry;
   StreamList mInputStreams;
   StreamList mOutputStreams;
+  std::vector<HP_Control*> mControls;
   char mDebugDeviceName[256];
 };

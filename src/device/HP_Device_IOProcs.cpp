@@ -12,6 +12,7 @@
 #include "objects/CAPropertyAddress.h"
 #include "support/CAException.h"
 #include "support/CAGuard.h"
+#include "telemetry/HP_IOCycleTelemetry.h"
 
 namespace {
 
@@ -207,13 +208,20 @@ void HP_Device::Do_SetQuietIOBufferFrameSize(UInt32 inIOBufferFrameSize) {
 
 void HP_Device::SetIOBufferFrameSize(UInt32 inIOBufferFrameSize, bool inSendNotifications) {
   if (inIOBufferFrameSize == GetIOBufferFrameSize()) return;
+  if (mIOCycleTelemetry != nullptr) {
+    mIOCycleTelemetry->IOBufferSizeChangeBegin(GetIOCycleNumber(), inIOBufferFrameSize);
+  }
   mIOBufferFrameSize.store(inIOBufferFrameSize, std::memory_order_relaxed);
   if (mIOProcList != nullptr) mIOProcList->ReallocateAllIOProcBufferLists();
-
-  if (!inSendNotifications) {
+  if (inSendNotifications) {
+    TellIOBufferFrameSize();
+  } else {
     IOBufferFrameSizeChanged(false, nullptr);
-    return;
   }
+  if (mIOCycleTelemetry != nullptr) mIOCycleTelemetry->IOBufferSizeChangeEnd(GetIOCycleNumber());
+}
+
+void HP_Device::TellIOBufferFrameSize() {
   CAPropertyAddressList theChanges;
   theChanges.AppendItem(CAPropertyAddress(kAudioDevicePropertyBufferSize));
   theChanges.AppendItem(CAPropertyAddress(kAudioDevicePropertyBufferFrameSize));

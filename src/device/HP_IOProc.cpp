@@ -6,6 +6,7 @@
 
 #include "device/HP_Device.h"
 #include "support/CAAudioBufferList.h"
+#include "telemetry/HP_IOCycleTelemetry.h"
 
 HP_IOProc::HP_IOProc(HP_Device* inDevice, AudioDeviceIOProc inIOProc, void* inClientData,
                      bool inIsClientDataRelevant, UInt32 inIOBufferSetID, bool inAllocateBuffers,
@@ -152,6 +153,8 @@ void HP_IOProc::Call(const AudioTimeStamp& inCurrentTime, const AudioTimeStamp& 
 
   if (!IsCallable(inInputTime, inOutputTime)) return;
 
+  HP_IOCycleTelemetry& theTelemetry = *mDevice->GetIOCycleTelemetry();
+  theTelemetry.IOCycleIOProcCallBegin(mDevice->GetIOCycleNumber(), mIOProc);
   if (mIOProc != nullptr) {
     mIOProc(mDevice->GetObjectID(), &inCurrentTime, theInputData, &inInputTime, theOutputData,
             &inOutputTime, mClientData);
@@ -168,4 +171,5 @@ void HP_IOProc::Call(const AudioTimeStamp& inCurrentTime, const AudioTimeStamp& 
       mIOBlock(&inCurrentTime, theInputData, &inInputTime, theOutputData, &inOutputTime);
     }
   }
+  theTelemetry.IOCycleIOProcCallEnd(mDevice->GetIOCycleNumber());
 }

@@ -9,6 +9,7 @@
 #include "support/CASequenceLocked.h"
 
 class HP_Device;
+class HP_IOCycleTelemetry;
 
 // Purpose: the real-time thread of a device. It ties the device's clock to the I/O cycle: sleeps
 //   until a buffer is due, has the device call its clients, and re-anchors when it woke too late.
@@ -74,8 +75,9 @@ class HP_IOThread {
   bool CalculateNextWakeUpTime(const AudioTimeStamp& inCurrentTime, Float64 inIOBufferFrameSize,
                                AudioTimeStamp& outWakeUpTime, bool inCheckForOverload,
                                bool inMustResync, bool& ioGuardIsLocked);
+  // Also tells from when on a cycle is overloaded.
   bool IsOverloaded(const AudioTimeStamp& inCurrentTime, Float64 inIOBufferFrameSize,
-                    bool inHasReAnchored);
+                    bool inHasReAnchored, AudioTimeStamp& outOverloadTime);
   bool RecoverFromOverload(AudioTimeStamp& ioCurrentTime, bool& ioGuardIsLocked);
   bool HasReachedFrameCounter(const AudioTimeStamp& inTime) const;
   AudioTimeStamp GetFrameCounterTime() const;
@@ -83,6 +85,7 @@ class HP_IOThread {
   void AdvanceCycleCounter();
   void TellClients(AudioObjectPropertySelector inSelector);
   void WaitForThreadToBeGone();
+  HP_IOCycleTelemetry& GetTelemetry() const;
 
   HP_Device* mDevice;
   CAPThread mIOThread;

@@ -1,12 +1,13 @@
 // What runs on the I/O thread. The guard is held all the time but for the sleep and the
 // notifications. From waking to sleeping nothing here allocates, blocks, logs or takes another
-// lock.
+// lock than the telemetry's guard, for an event at a time while it captures.
 
 #include <algorithm>
 
 #include "device/HP_Device.h"
 #include "device/HP_IOThread.h"
 #include "support/CAHostTimeBase.h"
+#include "telemetry/HP_IOCycleTelemetry.h"
 
 namespace {
 
@@ -43,6 +44,7 @@ void HP_IOThread::WorkLoop() {
       while (!HasBeenStopped()) RunPass(theCycle);
     }
     mWorkLoopPhase.store(kTeardownPhase, std::memory_order_release);
+    GetTelemetry().IOCycleTeardownBegin(GetIOCycleNumber());
     mIOThread.ClearTimeConstraints();
     mDevice->StopIOCycleTimingServices();
   } catch (...) {
@@ -56,6 +58,7 @@ void HP_IOThread::BeginRun(Cycle& ioCycle) {
   mWorkLoopPhase.store(kInitializingPhase, std::memory_order_release);
   mIOCycleCounter.store(0, std::memory_order_relaxed);
   mOverloadCounter = 0;
+  GetTelemetry().IOCycleInitializeBegin(GetIOCycleNumber());
   ++mNumberRunsBegun;
   mIOGuard.NotifyAll();
   mStopRequested.store(false, std::memory_order_relaxed);
@@ -75,6 +78,8 @@ void HP_IOThread::EnterSteadyState(Cycle& ioCycle) {
   mDevice->GetCurrentTime(ioCycle.mNow);
   mWorkLoopPhase.store(kRunningPhase, std::memory_order_release);
   ioCycle.mLastSize = mDevice->GetIOBufferFrameSize();
+  GetTelemetry().IOCycleInitializeEnd(GetIOCycleNumber(), mAnchorTime);
+  GetTelemetry().IOCycleWorkLoopBegin(GetIOCycleNumber(), ioCycle.mNow);
 }
 
 void HP_IOThread::RunPass(Cycle& ioCycle) {
@@ -99,14 +104,17 @@ void HP_IOThread::RunPass(Cycle& ioCycle) {
 
 // The buffer that was running when the size changed is due at once.
 void HP_IOThread::FinishBufferOfOldSize(Cycle& ioCycle) {
+  GetTelemetry().IOCycleWorkLoopEnd(GetIOCycleNumber(), ioCycle.mNow, ioCycle.mWakeUpTime);
   AdvanceCycleCounter();
   mFrameCounter += ioCycle.mLastSize;
   PositionChanged();
+  GetTelemetry().IOCycleWorkLoopBegin(GetIOCycleNumber(), ioCycle.mNow);
   ioCycle.mMustResync = PerformIO(ioCycle.mNow, ioCycle.mLastSize);
   ioCycle.mWasWoken = false;
 }
 
 void HP_IOThread::SleepAndPerformIO(Cycle& ioCycle, Float64 inNextSize) {
+  GetTelemetry().IOCycleWorkLoopEnd(GetIOCycleNumber(), ioCycle.mNow, ioCycle.mWakeUpTime);
   const UInt32 thePosition = mNumberPositions;
   const UInt64 theWakeUpNanos = CAHostTimeBase::ConvertToNanos(ioCycle.mWakeUpTime.mHostTime);
   // A stop that came while the guard was let go has notified already.
@@ -124,6 +132,7 @@ void HP_IOThread::SleepAndPerformIO(Cycle& ioCycle, Float64 inNextSize) {
   mFrameCounter += ioCycle.mLastSize;
   PositionChanged();
   ioCycle.mLastSize = inNextSize;
+  GetTelemetry().IOCycleWorkLoopBegin(GetIOCycleNumber(), ioCycle.mNow);
   if (mDevice->UpdateIOCycleTimingServices()) FollowClock(ioCycle);
   ioCycle.mMustResync = PerformIO(ioCycle.mNow, ioCycle.mLastSize);
 }
@@ -137,6 +146,7 @@ void HP_IOThread::FollowClock(Cycle& ioCycle) {
     Resynch(nullptr, false);
   }
   mDevice->GetCurrentTime(ioCycle.mNow);
+  GetTelemetry().Resynch(GetIOCycleNumber(), mAnchorTime);
 }
 
 void HP_IOThread::EndRun(const Cycle& inCycle) {
@@ -148,6 +158,7 @@ void HP_IOThread::EndRun(const Cycle& inCycle) {
     // Those who wait for the end of the run must hear of it in any case.
   }
   mIOGuard.Lock();
+  GetTelemetry().IOCycleTeardownEnd(GetIOCycleNumber());
   mWorkLoopPhase.store(kNotRunningPhase, std::memory_order_release);
   ++mNumberRunsEnded;
   mIOGuard.NotifyAll();
@@ -192,13 +203,17 @@ bool HP_IOThread::CalculateNextWakeUpTime(const AudioTimeStamp& inCurrentTime,
     mDevice->TranslateTime(theEndOfBuffer, outWakeUpTime);
     if (!inCheckForOverload && !inMustResync) break;
 
+    AudioTimeStamp theOverloadTime = ZeroTime(kAllTimes);
     const bool theCycleIsOverloaded =
-        IsOverloaded(theCurrentTime, inIOBufferFrameSize, theNumberPasses > 1);
+        IsOverloaded(theCurrentTime, inIOBufferFrameSize, theNumberPasses > 1, theOverloadTime);
     if (!inMustResync && !theCycleIsOverloaded) break;
 
+    GetTelemetry().IOCycleWorkLoopOverloadBegin(GetIOCycleNumber(), theCurrentTime,
+                                                theOverloadTime);
     theAnswer = RecoverFromOverload(theCurrentTime, ioGuardIsLocked);
     // From here on time alone decides.
     inMustResync = false;
+    GetTelemetry().IOCycleWorkLoopOverloadEnd(GetIOCycleNumber(), mAnchorTime);
     if (!theAnswer) break;
   }
   mOverloadCounter = theNumberPasses == 1 ? 0 : mOverloadCounter + 1;
@@ -206,18 +221,17 @@ bool HP_IOThread::CalculateNextWakeUpTime(const AudioTimeStamp& inCurrentTime,
 }
 
 bool HP_IOThread::IsOverloaded(const AudioTimeStamp& inCurrentTime, Float64 inIOBufferFrameSize,
-                               bool inHasReAnchored) {
+                               bool inHasReAnchored, AudioTimeStamp& outOverloadTime) {
   const Float64 theMargin = std::max(0.0, static_cast<Float64>(GetIOCycleUsage()) - 0.0);
   AudioTimeStamp theSampleTime = GetFrameCounterTime();
   theSampleTime.mSampleTime += theMargin * inIOBufferFrameSize;
-  AudioTimeStamp theLimit = ZeroTime(kAllTimes);
-  mDevice->TranslateTime(theSampleTime, theLimit);
+  mDevice->TranslateTime(theSampleTime, outOverloadTime);
 
-  if (inCurrentTime.mHostTime < theLimit.mHostTime) return false;
+  if (inCurrentTime.mHostTime < outOverloadTime.mHostTime) return false;
   // The new anchor lies within a frame whose start is the limit if no time is left to the client:
   // being at the limit is then as good as it gets.
-  return !inHasReAnchored || (inCurrentTime.mHostTime > theLimit.mHostTime &&
-                              inCurrentTime.mSampleTime > theLimit.mSampleTime);
+  return !inHasReAnchored || (inCurrentTime.mHostTime > outOverloadTime.mHostTime &&
+                              inCurrentTime.mSampleTime > outOverloadTime.mSampleTime);
 }
 
 bool HP_IOThread::RecoverFromOverload(AudioTimeStamp& ioCurrentTime, bool& ioGuardIsLocked) {
@@ -242,6 +256,10 @@ AudioTimeStamp HP_IOThread::GetFrameCounterTime() const {
   theTime.mFlags = kAudioTimeStampSampleTimeValid;
   theTime.mSampleTime += mFrameCounter;
   return theTime;
+}
+
+HP_IOCycleTelemetry& HP_IOThread::GetTelemetry() const {
+  return *mDevice->GetIOCycleTelemetry();
 }
 
 void HP_IOThread::AdvanceCycleCounter() {

@@ -78,10 +78,11 @@ std::unique_ptr<RenderLog> ReadRenderLog(const std::string& inPrefix, unsigned i
 class EndToEnd : public testing::Test {
  protected:
   Program StartServer(const std::string& inName) {
-    Program server("tmbasrv",
-                   {"--quiet", "--record", mRuntime.File(inName + ".wav"), "--record-dir",
-                    mRuntime.File(inName), "--stats", mRuntime.File(inName + ".json"), "--json"},
-                   mRuntime.File(inName));
+    Program server(
+        "tmbasrv",
+        {"--private", "--quiet", "--record", mRuntime.File(inName + ".wav"), "--record-dir",
+         mRuntime.File(inName), "--stats", mRuntime.File(inName + ".json"), "--json"},
+        mRuntime.File(inName));
     EXPECT_TRUE(WaitUntil(ServerLink::ServerLives)) << server.Errors();
     return server;
   }

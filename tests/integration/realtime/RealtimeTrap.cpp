@@ -33,12 +33,21 @@ std::atomic<std::uint64_t> sBlocking{0};
 std::atomic<std::uint64_t> sSends{0};
 std::atomic<std::uint64_t> sCycles{0};
 std::atomic<const char*> sFirst{nullptr};
+std::atomic<const void*> sMutexes[8]{};
 
 void Note(std::atomic<std::uint64_t>& ioCounter, const char* inAct) {
   if (!tArmed) return;
   ioCounter.fetch_add(1, std::memory_order_relaxed);
   const char* none = nullptr;
   sFirst.compare_exchange_strong(none, inAct);
+}
+
+[[maybe_unused]] void NoteMutex(const void* inMutex) {
+  if (!tArmed) return;
+  for (std::atomic<const void*>& place : sMutexes) {
+    const void* known = nullptr;
+    if (place.compare_exchange_strong(known, inMutex) || known == inMutex) return;
+  }
 }
 
 // The next definition of a function after this executable's own. Looking it up may allocate and
@@ -80,8 +89,15 @@ bool SeesEverything() {
 
 Findings Collect() {
   const char* first = sFirst.load();
-  return {sAllocations.load(), sLocks.load(),  sBlocking.load(),
-          sSends.load(),       sCycles.load(), first != nullptr ? first : ""};
+  std::uint64_t mutexes = 0;
+  for (const std::atomic<const void*>& place : sMutexes) mutexes += place.load() != nullptr ? 1 : 0;
+  return {sAllocations.load(),
+          sLocks.load(),
+          mutexes,
+          sBlocking.load(),
+          sSends.load(),
+          sCycles.load(),
+          first != nullptr ? first : ""};
 }
 
 void Reset() {
@@ -91,6 +107,7 @@ void Reset() {
   sSends = 0;
   sCycles = 0;
   sFirst = nullptr;
+  for (std::atomic<const void*>& place : sMutexes) place = nullptr;
 }
 
 }  // namespace tembra::test::realtime_trap
@@ -164,6 +181,7 @@ TRAP_EXPORT void free(void* inBlock) {
 TRAP_EXPORT int pthread_mutex_lock(pthread_mutex_t* inMutex) noexcept {
   static std::atomic<int (*)(pthread_mutex_t*)> sNext;
   Note(sLocks, "pthread_mutex_lock");
+  NoteMutex(inMutex);
   return Next(sNext, "pthread_mutex_lock")(inMutex);
 }
 TRAP_EXPORT int pthread_rwlock_rdlock(pthread_rwlock_t* inLock) noexcept {

@@ -25,6 +25,7 @@ bool SeesEverything();
 struct Findings {
   std::uint64_t allocations = 0;
   std::uint64_t locks = 0;
+  std::uint64_t mutexes = 0;   // different ones among them, as far as 8
   std::uint64_t blocking = 0;  // sleeping, waiting, files, logging
   std::uint64_t sends = 0;     // non-blocking ones, which are allowed
   std::uint64_t cycles = 0;    // wake-ups of followed threads

@@ -8,6 +8,7 @@
 #include "client/TMBACLN_Stream.h"
 #include "device/HP_IOThread.h"
 #include "objects/CAPropertyAddress.h"
+#include "runtime/TMBACLNO.h"
 #include "support/CAException.h"
 #include "support/CAGuard.h"
 #include "support/CAMutex.h"
@@ -69,6 +70,15 @@ TEST_F(Device, IsADeviceWithOneStreamEachWay) {
     EXPECT_NE(dynamic_cast<TMBACLN_Stream*>(stream), nullptr);
     EXPECT_EQ(Get().GetTotalNumberChannels(isInput), 2u);
   }
+}
+
+TEST_F(Device, IsTheOneThatTheDefaultOutputMayBeSaidToBe) {
+  mDevice.reset();
+  TMBACLNO_Initialize(kAudioObjectUnknown);
+  mDevice = std::make_unique<ClientDevice>();
+  EXPECT_EQ(tmbclno_audio_object_id, ClientDevice::kID);
+  mDevice.reset();
+  EXPECT_EQ(tmbclno_audio_object_id, ClientDevice::kID) << "the value outlives the device";
 }
 
 TEST_F(Device, StreamsAreCreatedInputFirstAndPublishedTogether) {

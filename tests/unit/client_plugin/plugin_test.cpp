@@ -9,6 +9,7 @@
 #include "support/CAException.h"
 #include "support/client/FakeHAL.h"
 #include "support/client/FakeServer.h"
+#include "support/persistence/FakeSettingsFile.h"
 
 namespace tembra::test {
 namespace {
@@ -27,6 +28,7 @@ class PlugIn : public testing::Test {
   PlugIn() : mHAL(FakeHAL::Get()) {
     FakeServer::Get().Reset();
     mHAL.Reset();
+    mSettings = {};
     mReference =
         static_cast<AudioHardwarePlugInRef>(TMBACLN_New_Instance(nullptr, GetPlugInType()));
     mPlugIn = static_cast<TMBACLN_PlugIn*>(HP_HardwarePlugIn::GetObject(mReference));
@@ -49,6 +51,7 @@ class PlugIn : public testing::Test {
   }
 
   FakeHAL& mHAL;
+  FakeSettingsFile& mSettings = FakeSettingsFile::Get();
   AudioHardwarePlugInRef mReference;
   TMBACLN_PlugIn* mPlugIn;
 };
@@ -131,10 +134,14 @@ class PlugInTeardown : public PlugIn {
 
   void ExpectFullPath() {
     mPlugIn->Teardown();
+    // A save asks for controls, which may make them.
+    std::erase_if(mHAL.mCalls, [](const std::string& call) {
+      return call.starts_with("create") || call.starts_with("publish");
+    });
     EXPECT_THAT(mHAL.mCalls, ElementsAre("changed livn", "died 1"));
-    ASSERT_EQ(mHAL.mPublications.size(), 1u);
-    EXPECT_EQ(mHAL.mPublications[0].mOwner, kAudioObjectSystemObject);
-    EXPECT_THAT(mHAL.mPublications[0].mDied, ElementsAre(mDeviceID));
+    ASSERT_FALSE(mHAL.mPublications.empty());
+    EXPECT_EQ(mHAL.mPublications.back().mOwner, kAudioObjectSystemObject);
+    EXPECT_THAT(mHAL.mPublications.back().mDied, ElementsAre(mDeviceID));
     EXPECT_EQ(mPlugIn->GetDevice(), nullptr);
     EXPECT_EQ(HP_Object::GetObjectByID(mDeviceID), nullptr);
     EXPECT_EQ(HP_Object::GetObjectStateMutexByID(mDeviceID), nullptr);
@@ -155,6 +162,44 @@ TEST_F(PlugInTeardown, TakesTheDeviceDownInTheMasterAtExitToo) {
 
 TEST_F(PlugInTeardown, TakesTheDeviceDownIfTheHostTellsNothing) {
   ExpectFullPath();
+  EXPECT_EQ(mSettings.mWrites, 0);
+}
+
+TEST_F(PlugInTeardown, TheMasterSavesTheSettingsBetweenTheNewsAndTheDeath) {
+  mHAL.mSystemValues = {{'inot', 0}, {'mast', 1}};
+  mSettings.mOnWrite = [this] {
+    EXPECT_THAT(mHAL.mCalls, Contains("changed livn"));
+    EXPECT_THAT(mHAL.mCalls, Not(Contains("died 1")));
+    EXPECT_NE(mPlugIn->GetDevice(), nullptr);
+    EXPECT_FALSE(mPlugIn->GetDevice()->IsIOEngineRunning());
+  };
+  ExpectFullPath();
+  EXPECT_EQ(mSettings.mWrites, 1);
+  EXPECT_EQ(mSettings.mPath, "/Library/Preferences/Audio/com.apple.audio.DeviceSettings.plist");
+  ASSERT_TRUE(mSettings.mContent.has_value());
+  for (const char* text :
+       {"com.apple.audio.CoreAudio.DeviceSettings.TMBAudioCln_Plugin",
+        "device 'volm' control on input channel 0", "device 'mute' control on output channel 2",
+        "device 'ssrc' control on output channel 1", "physical format for input stream 0",
+        "physical format for output stream 0"}) {
+    EXPECT_THAT(*mSettings.mContent, testing::HasSubstr(text));
+  }
+  EXPECT_THAT(*mSettings.mContent, Not(testing::HasSubstr("channel 3")));
+  EXPECT_THAT(*mSettings.mContent, Not(testing::HasSubstr("'span'")));
+}
+
+TEST_F(PlugInTeardown, AnotherProcessSavesNothing) {
+  mHAL.mSystemValues = {{'inot', 0}, {'mast', 0}};
+  ExpectFullPath();
+  EXPECT_EQ(mSettings.mWrites, 0);
+  EXPECT_EQ(mSettings.mReads, 0);
+}
+
+TEST_F(PlugInTeardown, AFileThatIsNoPropertyListIsNotWritten) {
+  mHAL.mSystemValues = {{'mast', 1}};
+  mSettings.mContent = "no property list";
+  ExpectFullPath();
+  EXPECT_EQ(mSettings.mWrites, 0);
 }
 
 TEST_F(PlugInTeardown, OnlyFinalizesAtTheExitOfAnotherProcess) {
@@ -162,6 +207,7 @@ TEST_F(PlugInTeardown, OnlyFinalizesAtTheExitOfAnotherProcess) {
   TMBACLN_Device* device = mPlugIn->GetDevice();
   mPlugIn->Teardown();
   EXPECT_THAT(mHAL.mCalls, testing::IsEmpty());
+  EXPECT_EQ(mSettings.mWrites, 0);
   EXPECT_EQ(mPlugIn->GetDevice(), device);
   EXPECT_EQ(HP_Object::GetDeviceByID(mDeviceID), device);
 }

@@ -1,0 +1,136 @@
+#include "persistence/CASettingsFile.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+namespace {
+
+// What a file is opened with that is not known to be harmless.
+constexpr int kCarefulFlags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+constexpr mode_t kCreationMode = 0666;
+// Between two looks at a lock that somebody else has: short at first, as most hold it for no longer
+// than one small write takes.
+constexpr long kShortestPause = 50000;
+constexpr long kLongestPause = 2000000;
+constexpr long kNanosPerMilli = 1000000;
+constexpr long kNanosPerSecond = 1000000000;
+
+long long GetNanos() {
+  struct timespec theTime = {};
+  clock_gettime(CLOCK_MONOTONIC, &theTime);
+  return theTime.tv_sec * static_cast<long long>(kNanosPerSecond) + theTime.tv_nsec;
+}
+
+bool IsPlainFile(const struct stat& inStatus) {
+  return S_ISREG(inStatus.st_mode) && inStatus.st_nlink == 1;
+}
+
+}  // namespace
+
+bool CASettingsFile::Open(int inFlags) {
+  Close();
+  mFile = open(mPath, inFlags | kCarefulFlags, kCreationMode);
+  if (mFile >= 0 && !IsInPlace()) {
+    Close();
+    errno = EPERM;
+  }
+  return mFile >= 0;
+}
+
+bool CASettingsFile::OpenForReading() {
+  return Open(O_RDONLY);
+}
+
+bool CASettingsFile::OpenForWriting() {
+  // Not created along the way: in a sticky directory that is refused for a file of another user.
+  return Open(O_RDWR);
+}
+
+bool CASettingsFile::Create() {
+  return Open(O_RDWR | O_CREAT | O_EXCL);
+}
+
+bool CASettingsFile::Lock(UInt32 inMilliseconds) {
+  const long long theDeadline =
+      GetNanos() + inMilliseconds * static_cast<long long>(kNanosPerMilli);
+  struct timespec thePause = {0, kShortestPause};
+  while (flock(mFile, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+      Close();
+      return false;
+    }
+    if (GetNanos() >= theDeadline) return false;
+    nanosleep(&thePause, nullptr);
+    if (thePause.tv_nsec < kLongestPause) thePause.tv_nsec *= 2;
+  }
+  return true;
+}
+
+bool CASettingsFile::IsInPlace() const {
+  struct stat theFile;
+  struct stat thePath;
+  return fstat(mFile, &theFile) == 0 && IsPlainFile(theFile) && lstat(mPath, &thePath) == 0 &&
+         IsPlainFile(thePath) && theFile.st_dev == thePath.st_dev &&
+         theFile.st_ino == thePath.st_ino;
+}
+
+void CASettingsFile::Close() {
+  if (mFile < 0) return;
+  // A child that was forked meanwhile shares the lock; closing alone would leave it with the child.
+  flock(mFile, LOCK_UN);
+  close(mFile);
+  mFile = -1;
+}
+
+bool CASettingsFile::GetStatus(struct stat& outStatus) const {
+  return fstat(mFile, &outStatus) == 0;
+}
+
+bool CASettingsFile::Read(std::vector<UInt8>& outBytes) const {
+  struct stat theStatus;
+  if (!GetStatus(theStatus)) return false;
+  outBytes.resize(static_cast<size_t>(theStatus.st_size));
+  size_t theSize = 0;
+  while (theSize < outBytes.size()) {
+    const ssize_t theCount = pread(mFile, outBytes.data() + theSize, outBytes.size() - theSize,
+                                   static_cast<off_t>(theSize));
+    if (theCount < 0 && errno == EINTR) continue;
+    if (theCount < 0) return false;
+    if (theCount == 0) break;
+    theSize += static_cast<size_t>(theCount);
+  }
+  outBytes.resize(theSize);
+  return true;
+}
+
+bool CASettingsFile::Write(const UInt8* inBytes, size_t inSize) const {
+  if (!Empty()) return false;
+  size_t theSize = 0;
+  while (theSize < inSize) {
+    const ssize_t theCount =
+        pwrite(mFile, inBytes + theSize, inSize - theSize, static_cast<off_t>(theSize));
+    if (theCount < 0 && errno == EINTR) continue;
+    if (theCount <= 0) {
+      // Half a list would cost other processes what they remember; an empty file does not.
+      Empty();
+      return false;
+    }
+    theSize += static_cast<size_t>(theCount);
+  }
+  return true;
+}
+
+bool CASettingsFile::Empty() const {
+  int theResult;
+  do {
+    theResult = ftruncate(mFile, 0);
+  } while (theResult != 0 && errno == EINTR);
+  return theResult == 0;
+}
+
+void CASettingsFile::SetMode(mode_t inMode) const {
+  // Another user's file keeps the mode that it has.
+  (void)fchmod(mFile, inMode);
+}

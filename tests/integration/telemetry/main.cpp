@@ -1,0 +1,14 @@
+#include <gtest/gtest.h>
+
+#include "Roles.h"
+#include "support/PrivateMounts.h"
+
+int main(int argc, char** argv) {
+  if (argc > 2 && std::string(argv[1]) == "--role") {
+    return tembra::test::RunRole({argv + 2, argv + argc});
+  }
+  testing::InitGoogleTest(&argc, argv);
+  // Whether the machine's own marker file is there must not matter, and a test makes one.
+  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts({"/var/db"}));
+  return RUN_ALL_TESTS();
+}

@@ -1,0 +1,1 @@
+#include "support/client/FakeHAL.cpp"

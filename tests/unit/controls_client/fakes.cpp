@@ -1,0 +1,2 @@
+#include "support/client/FakeHAL.cpp"
+#include "support/client/FakeServer.cpp"

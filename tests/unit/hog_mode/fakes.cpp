@@ -1,0 +1,3 @@
+#include "support/client/FakeHAL.cpp"
+#include "support/persistence/FakeNotifications.cpp"
+#include "support/persistence/FakeSettingsStorage.cpp"

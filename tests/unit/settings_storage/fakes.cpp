@@ -1,0 +1,1 @@
+#include "support/persistence/FakePreferences.cpp"

@@ -1,0 +1,3 @@
+#include "support/client/FakeHAL.cpp"
+#include "support/client/FakeServer.cpp"
+#include "support/persistence/FakePreferences.cpp"
