@@ -26,6 +26,7 @@ struct Options {
   double mCheckInterval = 5.0;  // between questions to silent clients
   double mDuration = 0.0;       // 0 for no end
   int mReadyDescriptor = -1;
+  bool mPrivate = false;  // the machine's other programs are told nothing
 };
 
 // How the server ends.

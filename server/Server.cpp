@@ -137,6 +137,7 @@ bool Server::Start() {
     mEvents.Post(kTMBAudioServerEventStart);
   }
   mEvents.Drain();
+  if (!mOptions.mPrivate) Tell("tmbasrv: " + mMachine.Publish());
   Tell("tmbasrv: ready (uid " + std::to_string(getuid()) + ", pid " + std::to_string(getpid()) +
        ")");
   if (mOptions.mReadyDescriptor >= 0) {
@@ -151,6 +152,7 @@ bool Server::Start() {
 
 void Server::Finish() {
   mFinishing = true;
+  mMachine.Withdraw();
   mEvents.Post(kTMBAudioServerEventFinish);
   // Clients close their ports now, behind their last blocks.
   const uint64_t deadline = SndGetHostTime() + kDrainTime;

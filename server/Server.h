@@ -10,6 +10,7 @@
 
 #include "server/ClientSession.h"
 #include "server/EventPoster.h"
+#include "server/MachineStatus.h"
 #include "server/Options.h"
 #include "server/Outputs.h"
 #include "server/ServerPort.h"
@@ -85,6 +86,7 @@ class Server {
   EventPoster mEvents;
   Outputs mOutputs;
   StatisticsWriter mStatistics;
+  MachineStatus mMachine;
   CFRunLoopRef mLoop = nullptr;
   CFRunLoopTimerRef mTimer = nullptr;
   std::unique_ptr<ServerPort> mListener;

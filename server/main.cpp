@@ -20,6 +20,9 @@ constexpr const char* kFooter =
     "2 wrong usage; 5 another audio server of this user is running.\n"
     "SIGINT and SIGTERM end the server: clients are told, what is on its way is taken in, files\n"
     "are completed.\n"
+    "A server of root's tells the programs of all users, in /var/run/tmbipc, that sound is "
+    "allowed,\n"
+    "and takes that back at its end; see `tmbaudio default`.\n"
     "\n"
     "Examples:\n"
     "  tmbasrv --record take.wav            record the mix of all that plays\n"
@@ -104,6 +107,9 @@ void Describe(CLI::App& ioApp, Options& outOptions, std::string& outPlay) {
                   "close it")
       ->check(CLI::Range(0, 65535))
       ->type_name("N");
+  ioApp.add_flag("--private", outOptions.mPrivate,
+                 "Leave /var/run/tmbipc alone: do not tell the machine's programs of this server, "
+                 "which a server of root's does");
   ioApp.add_flag("-q,--quiet", outOptions.mQuiet, "No messages but errors");
 }
 
@@ -148,6 +154,8 @@ int Serve(int argc, char** argv) {
   sigaddset(&ends, SIGHUP);
   pthread_sigmask(SIG_BLOCK, &ends, nullptr);
   signal(SIGPIPE, SIG_IGN);
+  // Asks a server to read its configuration again; this one has none.
+  signal(SIGUSR2, SIG_IGN);
 
   tembra::Server server(options);
   std::thread waiter = tembra::StartThread("tembra.signals", [&server, ends] {

@@ -51,7 +51,9 @@ ServerProcess::ServerProcess(const std::string& inDirectory,
   setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
 
   const std::string path = ServerPath();
-  std::vector<char*> arguments{const_cast<char*>(path.c_str())};
+  // This server is for this command alone.
+  std::string isPrivate = "--private";
+  std::vector<char*> arguments{const_cast<char*>(path.c_str()), isPrivate.data()};
   for (const std::string& argument : inArguments) {
     arguments.push_back(const_cast<char*>(argument.c_str()));
   }

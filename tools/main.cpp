@@ -17,6 +17,11 @@ int Run(int argc, char** argv) {
   AddPlayCommand(program);
   AddHelloCommand(program);
   AddInspectCommands(program);
+  AddControlsCommand(program);
+  AddVolumeCommands(program);
+  AddFormatsCommand(program);
+  AddDefaultCommand(program);
+  AddTelemetryCommands(program);
   try {
     program.parse(argc, argv);
     return static_cast<int>(Exit::kOk);
