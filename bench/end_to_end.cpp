@@ -78,7 +78,8 @@ pid_t StartServer() {
       std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "bin/tmbasrv";
   std::string program = path;
   std::string quiet = "--quiet";
-  char* arguments[] = {program.data(), quiet.data(), nullptr};
+  std::string alone = "--private";
+  char* arguments[] = {program.data(), quiet.data(), alone.data(), nullptr};
   pid_t server = -1;
   if (posix_spawn(&server, path.c_str(), nullptr, nullptr, arguments, environ) != 0) {
     Fail("cannot start the server");

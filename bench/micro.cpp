@@ -3,9 +3,11 @@
 
 #include <CoreAudio/AudioHardware.h>
 #include <CoreAudio/AudioHardwarePlugIn.h>
+#include <CoreAudio/HostTime.h>
 #include <benchmark/benchmark.h>
 
 #include <array>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -15,6 +17,8 @@
 
 #include "client/Snd.h"
 #include "client/TMBACLN_PlugIn.h"
+#include "device/HP_Device.h"
+#include "telemetry/HP_IOCycleTelemetry.h"
 
 // The benchmark plays the HAL's part towards the plug-in object that it makes.
 extern "C" OSStatus AudioObjectCreate(AudioHardwarePlugInRef, AudioObjectID, AudioClassID,
@@ -123,6 +127,80 @@ void MutexMapVirtual(benchmark::State& ioState) {
   }
 }
 BENCHMARK(MutexMapVirtual)->Name("ReadFrameSize/floor");
+
+// The seven events of a cycle that plays, with capture off, against as many tests of a flag.
+struct BareDevice : HP_Device {
+  BareDevice() : HP_Device(99, kAudioDeviceClassID, nullptr, 1, false) {}
+};
+
+void RecordWithCaptureOff(benchmark::State& ioState) {
+  BareDevice device;
+  HP_IOCycleTelemetry telemetry(&device);
+  AudioTimeStamp time{};
+  UInt32 cycle = 0;
+  for (auto unused : ioState) {
+    benchmark::DoNotOptimize(&telemetry);
+    telemetry.IOCycleWorkLoopBegin(++cycle, time);
+    telemetry.IOCycleIOProcsBegin(cycle);
+    telemetry.IOCycleIOProcCallBegin(cycle, nullptr);
+    telemetry.IOCycleIOProcCallEnd(cycle);
+    telemetry.OutputDataPresent(cycle);
+    telemetry.IOCycleIOProcsEnd(cycle);
+    telemetry.IOCycleWorkLoopEnd(cycle, time, time);
+    benchmark::DoNotOptimize(cycle);
+  }
+}
+BENCHMARK(RecordWithCaptureOff)->Name("RecordWithCaptureOff/of");
+
+[[gnu::noinline]] void Keep(UInt32 inCycle) {
+  benchmark::DoNotOptimize(inCycle);
+}
+
+void TestFlags(benchmark::State& ioState) {
+  std::atomic<bool> flag{false};
+  UInt32 cycle = 0;
+  for (auto unused : ioState) {
+    benchmark::DoNotOptimize(&flag);
+    ++cycle;
+    if (flag.load(std::memory_order_relaxed)) Keep(cycle);
+    if (flag.load(std::memory_order_relaxed)) Keep(cycle);
+    if (flag.load(std::memory_order_relaxed)) Keep(cycle);
+    if (flag.load(std::memory_order_relaxed)) Keep(cycle);
+    if (flag.load(std::memory_order_relaxed)) Keep(cycle);
+    if (flag.load(std::memory_order_relaxed)) Keep(cycle);
+    if (flag.load(std::memory_order_relaxed)) Keep(cycle);
+    benchmark::DoNotOptimize(cycle);
+  }
+}
+BENCHMARK(TestFlags)->Name("RecordWithCaptureOff/floor");
+
+// One event with capture on, against a lock, a reading of the clock and the record's stores.
+void RecordWithCaptureOn(benchmark::State& ioState) {
+  setenv("CoreAudio_HAL_Enable_Telemetry", "1", 1);
+  BareDevice device;
+  HP_IOCycleTelemetry telemetry(&device);
+  unsetenv("CoreAudio_HAL_Enable_Telemetry");
+  telemetry.StartCapturing();
+  telemetry.SetIsCapturing(true);
+  AudioTimeStamp time{};
+  UInt32 cycle = 0;
+  for (auto unused : ioState) telemetry.IOCycleWorkLoopEnd(++cycle, time, time);
+}
+BENCHMARK(RecordWithCaptureOn)->Name("RecordWithCaptureOn/of");
+
+void LockClockAndStores(benchmark::State& ioState) {
+  std::vector<CAHALIOCycleRawTelemetryEvent> events(std::size_t{512} * 256);
+  std::mutex mutex;
+  std::size_t next = 0;
+  UInt32 cycle = 0;
+  for (auto unused : ioState) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    events[next] = {AudioGetCurrentHostTime(), 'wrke', ++cycle, {}, {}, 0, 0x3F};
+    benchmark::ClobberMemory();
+    if (++next == events.size()) next = 0;
+  }
+}
+BENCHMARK(LockClockAndStores)->Name("RecordWithCaptureOn/floor");
 
 }  // namespace
 
