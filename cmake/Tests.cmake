@@ -101,7 +101,8 @@ endif()
 if(TARGET integration_default_override)
   add_executable(override_client tests/integration/default_override/client/client.c)
   target_link_libraries(override_client PRIVATE tmbhal tmbplatform ${CMAKE_DL_LIBS})
-  set_target_properties(override_client PROPERTIES BUILD_RPATH_USE_ORIGIN OFF
+  # As C++, so that a sanitizer's runtime for C++ comes along with what the libraries need.
+  set_target_properties(override_client PROPERTIES BUILD_RPATH_USE_ORIGIN OFF LINKER_LANGUAGE CXX
                         RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   if(NOT TEMBRA_SANITIZE STREQUAL "thread")
     set_target_properties(override_client PROPERTIES POSITION_INDEPENDENT_CODE OFF)
