@@ -1,6 +1,7 @@
 // Any bytes as the beginning of a function, never run: it is refused, or what is measured, kept and
 // moved is whole. The bytes lie at the end of what can be read.
 
+#include <mach/mach.h>
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -38,6 +39,15 @@ uint8_t* PageEnd() {
   return sEnd;
 }
 
+// The one page that can be read, or the one behind it that cannot.
+void RegionAt(vm_address_t& ioAddress, vm_size_t& outSize, vm_prot_t& outProtection) {
+  const auto end = reinterpret_cast<vm_address_t>(PageEnd());
+  Require(ioAddress >= end - kPage && ioAddress < end + kPage);
+  outProtection = ioAddress < end ? VM_PROT_READ : VM_PROT_NONE;
+  ioAddress = ioAddress < end ? end - kPage : end;
+  outSize = kPage;
+}
+
 struct Measured {
   uint64_t mPatch = kPatch;
   size_t mBytes = 0;
@@ -73,6 +83,17 @@ void CheckMove(const Measured& inMeasured, uintptr_t inFunction, uintptr_t inIsl
 }
 
 }  // namespace
+
+// In the place of the platform's, which reads the map of the whole process: a hundred times the
+// work of all else here.
+extern "C" kern_return_t vm_region_64(vm_map_t, vm_address_t* address, vm_size_t* size,
+                                      vm_region_flavor_t, vm_region_info_t info,
+                                      mach_msg_type_number_t*, mach_port_t*) {
+  vm_region_basic_info_data_64_t region{};
+  RegionAt(*address, *size, region.protection);
+  std::memcpy(info, &region, sizeof region);
+  return KERN_SUCCESS;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* inData, size_t inSize) {
   const size_t size = std::min(inSize, kPage);

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -136,9 +137,29 @@ bool MountPrivately(const std::vector<std::string>& inPlaces, std::string& outWh
   }
 }
 
+// The hog mode file, and what is posted to all users; settings, and the preferences of any user;
+// what the server tells of itself; the marker that allows telemetry.
+PrivateMounts::PrivateMounts(const std::vector<std::string>& inMore)
+    : mPlaces{"/tmp", "/Library", "/var/run", "/var/db"} {
+  mPlaces.insert(mPlaces.end(), inMore.begin(), inMore.end());
+}
+
 void PrivateMounts::SetUp() {
   std::string whyNot;
-  if (!MountPrivately(mPlaces, whyNot)) GTEST_SKIP() << "needs mounts of its own: " << whyNot;
+  if (MountPrivately(mPlaces, whyNot)) return;
+  // The framework runs none of them and counts them as passed: whoever reads what it prints is
+  // told.
+  const testing::UnitTest& program = *testing::UnitTest::GetInstance();
+  for (int i = 0; i < program.total_test_suite_count(); ++i) {
+    const testing::TestSuite& suite = *program.GetTestSuite(i);
+    for (int j = 0; j < suite.total_test_count(); ++j) {
+      const testing::TestInfo& test = *suite.GetTestInfo(j);
+      if (test.should_run())
+        std::printf("[  SKIPPED ] %s.%s\n", test.test_suite_name(), test.name());
+    }
+  }
+  std::fflush(stdout);
+  GTEST_SKIP() << "needs mounts of its own: " << whyNot;
 }
 
 }  // namespace tembra::test

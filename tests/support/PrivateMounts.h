@@ -18,11 +18,14 @@ namespace tembra::test {
 // the process is then good for nothing that touches those places.
 bool MountPrivately(const std::vector<std::string>& inPlaces, std::string& outWhyNot);
 
-// The same as an environment of all tests of a program: each is skipped by name where it cannot be
-// had. testing::AddGlobalTestEnvironment(new PrivateMounts({"/tmp", "/Library"}));
+// The environment of a program whose tests load the device or start a server: all fixed places that
+// the system shares between processes are the tests' own, so that they meet nobody and leave
+// nothing. Where that cannot be had, each test is skipped by name.
+// testing::AddGlobalTestEnvironment(new PrivateMounts);
 class PrivateMounts : public testing::Environment {
  public:
-  explicit PrivateMounts(std::vector<std::string> inPlaces) : mPlaces(std::move(inPlaces)) {}
+  // inMore are places to be had beside those.
+  explicit PrivateMounts(const std::vector<std::string>& inMore = {});
   void SetUp() override;
 
  private:

@@ -44,7 +44,7 @@ typedef struct {
   // local ports
   UInt64 accepted;       // connections of this user or root
   UInt64 refusedUser;    // connections of anybody else
-  UInt64 refusedLimit;   // connections beyond 512 at a time
+  UInt64 refusedLimit;   // connections beyond 512 at a time, or that could not be watched
   UInt64 refusedNoFile;  // connections closed because the process had no descriptor left
   UInt64 closed;         // accepted connections that are gone
   UInt64 silent;         // closed: no first message within 5 seconds

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/Descriptor.h"
+
 namespace tembra {
 
 bool ParseMappedRegion(const char* inLine, MappedRegion& outRegion) {
@@ -26,9 +28,9 @@ bool ParseMappedRegion(const char* inLine, MappedRegion& outRegion) {
   return true;
 }
 
-bool ForEachMappedRegion(const std::function<bool(const MappedRegion&)>& inVisit) {
-  const int file = open("/proc/self/maps", O_RDONLY | O_CLOEXEC);
-  if (file < 0) {
+bool WalkMappedRegions(bool (*inVisit)(void* inContext, const MappedRegion&), void* inContext) {
+  const Descriptor file(open("/proc/self/maps", O_RDONLY | O_CLOEXEC));
+  if (!file) {
     return false;
   }
   // A line can be as long as a path; only its head matters, the rest is skipped.
@@ -38,7 +40,7 @@ bool ForEachMappedRegion(const std::function<bool(const MappedRegion&)>& inVisit
   bool complete = false;
   char chunk[4096];
   while (goOn) {
-    const ssize_t got = read(file, chunk, sizeof chunk);
+    const ssize_t got = read(file.Get(), chunk, sizeof chunk);
     if (got < 0 && errno == EINTR) {
       continue;
     }
@@ -56,10 +58,9 @@ bool ForEachMappedRegion(const std::function<bool(const MappedRegion&)>& inVisit
       head[length] = 0;
       length = 0;
       MappedRegion region;
-      goOn = !ParseMappedRegion(head, region) || inVisit(region);
+      goOn = !ParseMappedRegion(head, region) || inVisit(inContext, region);
     }
   }
-  close(file);
   return complete || !goOn;
 }
 

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 
 namespace tembra {
 
@@ -23,6 +22,16 @@ bool ParseMappedRegion(const char* inLine, MappedRegion& outRegion);
 // Walks the regions of this process from the lowest address up until inVisit answers false. Any
 // thread; allocates nothing, so the map does not change under the walk by its own doing. False if
 // the map cannot be read.
-bool ForEachMappedRegion(const std::function<bool(const MappedRegion&)>& inVisit);
+bool WalkMappedRegions(bool (*inVisit)(void* inContext, const MappedRegion&), void* inContext);
+
+// The same for a callable.
+template <typename Visit>
+bool ForEachMappedRegion(Visit inVisit) {
+  return WalkMappedRegions(
+      [](void* inContext, const MappedRegion& inRegion) -> bool {
+        return (*static_cast<Visit*>(inContext))(inRegion);
+      },
+      &inVisit);
+}
 
 }  // namespace tembra

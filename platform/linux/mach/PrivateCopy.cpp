@@ -14,19 +14,18 @@ namespace tembra {
 
 namespace {
 
-// The lowest shared part of the range; empty if there is none.
-MappedRegion SharedPart(vm_address_t inStart, vm_address_t inEnd) {
-  MappedRegion part{};
-  ForEachMappedRegion([&](const MappedRegion& region) {
+// The lowest shared part of the range; empty if there is none. False if nobody knows.
+bool FindSharedPart(vm_address_t inStart, vm_address_t inEnd, MappedRegion& outPart) {
+  outPart = {};
+  return ForEachMappedRegion([&](const MappedRegion& region) {
     if (region.mShared && region.mStart < inEnd && inStart < region.mEnd) {
-      part = region;
-      part.mStart = std::max(region.mStart, inStart);
-      part.mEnd = std::min(region.mEnd, inEnd);
+      outPart = region;
+      outPart.mStart = std::max(region.mStart, inStart);
+      outPart.mEnd = std::min(region.mEnd, inEnd);
       return false;
     }
     return region.mEnd < inEnd;
   });
-  return part;
 }
 
 // Through the kernel: what lies behind a file's end is an error here and not a signal.
@@ -71,7 +70,10 @@ bool ReplaceByCopy(const MappedRegion& inPart) {
 
 kern_return_t MakeRangePrivate(vm_address_t inStart, vm_size_t inSize) {
   for (;;) {
-    const MappedRegion part = SharedPart(inStart, inStart + inSize);
+    MappedRegion part;
+    if (!FindSharedPart(inStart, inStart + inSize, part)) {
+      return KERN_PROTECTION_FAILURE;
+    }
     if (part.mEnd == 0) {
       return KERN_SUCCESS;
     }

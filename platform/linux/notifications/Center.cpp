@@ -195,12 +195,13 @@ void __CFNotificationCenter::ReceiveThread(void* inCenter) {
   SweepShared();
   while (true) {
     poll(polls, 2, -1);
-    if (polls[0].revents) center->Receive(polls[0].fd, Scope::kUser);
-    if (polls[1].revents) center->Receive(polls[1].fd, Scope::kAllUsers);
+    // What was closed from under the thread is not looked at again: it would never let it sleep.
+    if (polls[0].revents && !center->Receive(polls[0].fd, Scope::kUser)) polls[0].fd = -1;
+    if (polls[1].revents && !center->Receive(polls[1].fd, Scope::kAllUsers)) polls[1].fd = -1;
   }
 }
 
-void __CFNotificationCenter::Receive(int inSocket, Scope inScope) {
+bool __CFNotificationCenter::Receive(int inSocket, Scope inScope) {
   static char sBuffer[kMaxDatagram + 1];  // the receive thread's alone
   // No more in one go than the kernel's queue can hold, so that a flood on one socket does not keep
   // the other waiting.
@@ -213,7 +214,7 @@ void __CFNotificationCenter::Receive(int inSocket, Scope inScope) {
     message.msg_control = control;
     message.msg_controllen = sizeof control;
     const ssize_t size = recvmsg(inSocket, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-    if (size < 0) return;
+    if (size < 0) return errno != EBADF && errno != ENOTSOCK;
     Count(gCounters.received);
 
     const ucred* sender = nullptr;
@@ -242,6 +243,7 @@ void __CFNotificationCenter::Receive(int inSocket, Scope inScope) {
     }
     Enqueue(std::string(sBuffer, static_cast<size_t>(size)), foreign);
   }
+  return true;
 }
 
 void __CFNotificationCenter::Enqueue(std::string inDatagram, bool inForeign) {

@@ -68,7 +68,8 @@ struct __CFNotificationCenter final : tembra::cf::Object {
   bool OpenReceiver(Receiver& outReceiver, tembra::notifications::Scope inScope);
   static void ReceiveThread(void* inCenter);
   static void DeliveryThread(void* inCenter);
-  void Receive(int inSocket, tembra::notifications::Scope inScope);
+  // False if it is no socket any longer.
+  bool Receive(int inSocket, tembra::notifications::Scope inScope);
   void Enqueue(std::string inDatagram, bool inForeign)
       TEMBRA_EXCLUDES(tembra::notifications::gNotificationLock);
   void Deliver(const Queued& inQueued) TEMBRA_EXCLUDES(tembra::notifications::gNotificationLock);

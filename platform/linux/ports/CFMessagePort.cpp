@@ -76,6 +76,8 @@ SInt32 CFMessagePortSendRequest(CFMessagePortRef remote, SInt32 msgid, CFDataRef
   if (!remote->IsRemote()) return kCFMessagePortTransportError;
   auto* port = static_cast<RemotePort*>(remote);
   if (!replyMode) return port->Send(Kind::kMessage, msgid, data, 0, sendTimeout);
+  // What runs on the loop meanwhile may give the port up.
+  const auto held = tembra::cf::Owned<CFMessagePortRef>::Retained(remote);
   return port->SendAndWait(msgid, data, sendTimeout, rcvTimeout, replyMode, returnData);
 }
 

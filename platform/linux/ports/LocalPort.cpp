@@ -7,6 +7,8 @@
 #include <sys/socket.h>
 #include <sys/timerfd.h>
 
+#include <new>
+
 #include "base/MonotonicTime.h"
 #include "ports/LocalName.h"
 #include "ports/PortService.h"
@@ -29,11 +31,11 @@ void OpenSpare() TEMBRA_REQUIRES(gPortsLock) {
   if (sSpare < 0) sSpare = open("/dev/null", O_RDONLY | O_CLOEXEC);
 }
 
-void Watch(int inPoll, int inOperation, int inDescriptor, uint32_t inEvents, uint64_t inKey) {
+bool Watch(int inPoll, int inOperation, int inDescriptor, uint32_t inEvents, uint64_t inKey) {
   epoll_event event{};
   event.events = inEvents;
   event.data.u64 = inKey;
-  epoll_ctl(inPoll, inOperation, inDescriptor, &event);
+  return epoll_ctl(inPoll, inOperation, inDescriptor, &event) == 0;
 }
 
 }  // namespace
@@ -107,6 +109,7 @@ void LocalPort::Invalidate() {
     if (mGeneration == ForkGeneration()) RemoveName();
     mListener.Reset();
     mLock.Reset();
+    mTimer.Reset();
     ended.swap(mConnections);
     Count(mCounters.closed, ended.size());
     queue = std::exchange(mQueue, nullptr);
@@ -318,13 +321,22 @@ bool LocalPort::AcceptOne(std::vector<uint64_t>& outNumbers) {
   }
   setsockopt(socket.Get(), SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
   const uint64_t number = NextPortNumber();
-  Watch(mPoll.Get(), EPOLL_CTL_ADD, socket.Get(), EPOLLIN | EPOLLRDHUP, number);
+  if (!Watch(mPoll.Get(), EPOLL_CTL_ADD, socket.Get(), EPOLLIN | EPOLLRDHUP, number)) {
+    // What is not watched would be deaf and never end.
+    Count(mCounters.refusedLimit);
+    return true;
+  }
   connection.peer.connection = number;
   connection.since = MonotonicNanos();
   connection.socket = std::move(socket);
-  mConnections.emplace(number, std::move(connection));
+  try {
+    outNumbers.push_back(number);
+    mConnections.emplace(number, std::move(connection));
+  } catch (const std::bad_alloc&) {
+    Count(mCounters.refusedLimit);
+    return true;
+  }
   Count(mCounters.accepted);
-  outNumbers.push_back(number);
   return true;
 }
 
@@ -347,7 +359,10 @@ void LocalPort::ArmTimer() {
   if (!mTimer) {
     mTimer.Reset(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
     if (!mTimer) return;
-    Watch(mPoll.Get(), EPOLL_CTL_ADD, mTimer.Get(), EPOLLIN | EPOLLET, kTimerKey);
+    if (!Watch(mPoll.Get(), EPOLL_CTL_ADD, mTimer.Get(), EPOLLIN | EPOLLET, kTimerKey)) {
+      mTimer.Reset();
+      return;
+    }
   } else if (mTimerArmed) {
     return;
   }

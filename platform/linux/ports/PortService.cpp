@@ -1,5 +1,7 @@
 #include "ports/PortService.h"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <sys/epoll.h>
 
 #include "base/Descriptor.h"
@@ -17,7 +19,14 @@ void Serve(void* inPoll) {
   const int poll = static_cast<int>(reinterpret_cast<intptr_t>(inPoll));
   while (true) {
     epoll_event events[kServiceEvents];
-    int count = epoll_wait(poll, events, kServiceEvents, -1);
+    const int count = epoll_wait(poll, events, kServiceEvents, -1);
+    if (count < 0 && errno != EINTR) {
+      // Somebody closed every descriptor of the process, this one too: not ours any longer,
+      // whatever it is now. The next port gets a new thread.
+      MutexLock lock(gPortsLock);
+      if (sPoll == poll) sPoll = -1;
+      return;
+    }
     for (int i = 0; i < count; ++i) {
       __CFMessagePort* port = __CFMessagePort::CopyByNumber(events[i].data.u64);
       if (!port) continue;
@@ -40,11 +49,16 @@ bool Start() TEMBRA_REQUIRES(gPortsLock) {
 }  // namespace
 
 bool PortService::Watch(int inDescriptor, uint32_t inEvents, uint64_t inNumber) {
-  if (!Start()) return false;
   epoll_event event{};
   event.events = inEvents;
   event.data.u64 = inNumber;
-  return epoll_ctl(sPoll, EPOLL_CTL_ADD, inDescriptor, &event) == 0;
+  if (!Start()) return false;
+  if (epoll_ctl(sPoll, EPOLL_CTL_ADD, inDescriptor, &event) == 0) return true;
+  // The set may have been closed while its thread sleeps, which does not hear of it.
+  const bool isGone = errno == EINVAL || (errno == EBADF && fcntl(inDescriptor, F_GETFD) >= 0);
+  if (!isGone) return false;
+  sPoll = -1;
+  return Start() && epoll_ctl(sPoll, EPOLL_CTL_ADD, inDescriptor, &event) == 0;
 }
 
 void PortService::Rearm(int inDescriptor, uint32_t inEvents, uint64_t inNumber) {

@@ -10,7 +10,8 @@ namespace tembra::ports {
 uint64_t NextPortNumber();
 
 // The thread "tembra.ports": reads replies, notices the death of peers, and hands the messages of
-// local ports to their dispatch queues. Started at its first use, for the rest of the process.
+// local ports to their dispatch queues. Started at its first use, for the rest of the process, or
+// until its epoll set is closed from under it.
 class PortService {
  public:
   // The port's ServiceReady is called on the service thread while the descriptor has inEvents, or

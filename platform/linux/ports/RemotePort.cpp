@@ -10,7 +10,7 @@
 #include <sys/un.h>
 
 #include <algorithm>
-#include <vector>
+#include <new>
 
 #include "base/MonotonicTime.h"
 #include "base/RuntimeDirectory.h"
@@ -238,9 +238,11 @@ SInt32 RemotePort::SendAndWait(SInt32 inIdentifier, CFDataRef inData, double inS
   cf::Owned<CFRunLoopSourceRef> source(CFRunLoopSourceCreate(nullptr, 0, &context));
   Waiter waiter{CFRunLoopGetCurrent(), source};
   if (!source || !waiter.loop) return kCFMessagePortTransportError;
-  {
+  try {
     MutexLock lock(gPortsLock);
     mWaiters[sequence] = &waiter;
+  } catch (const std::bad_alloc&) {
+    return kCFMessagePortTransportError;
   }
   SInt32 result = Send(Kind::kRequest, inIdentifier, inData, sequence, inSendTimeout);
 

@@ -1,6 +1,7 @@
 #include "runloop/RunLoop.h"
 
 #include <Block.h>
+#include <errno.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
@@ -305,10 +306,14 @@ int __CFRunLoop::Wait(Mode& ioMode, bool inPoll, int64_t inDeadline, const void*
   }
 
   epoll_event events[kMaxEvents];
-  int count = 0;
-  if (poll >= 0) {
+  int count = -1;
+  bool blind = poll < 0;
+  if (!blind) {
     count = epoll_wait(poll, events, kMaxEvents, sleep ? -1 : 0);
-  } else if (sleep) {
+    // Closed by a program that closes all it does not know.
+    blind = count < 0 && errno != EINTR;
+  }
+  if (blind && sleep) {
     timespec rest{0, static_cast<long>(std::min(sleep, kBlindSleep))};
     nanosleep(&rest, nullptr);
   }

@@ -2,20 +2,17 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sndfile.h>
 #include <sys/stat.h>
 
 #include <chrono>
 #include <cmath>
-#include <fstream>
-#include <memory>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/PrivateRuntime.h"
 #include "support/Program.h"
+#include "support/tools/RenderedFiles.h"
 #include "tools/Comparison.h"
 #include "tools/RenderLog.h"
 #include "tools/ServerLink.h"
@@ -41,38 +38,7 @@ void WriteMarkedSound(const std::string& inPath, unsigned inPlayer, unsigned inF
     samples.push_back(static_cast<float>((frame * (2 * inPlayer + 3)) % 4093 + 1) * kStep);
     samples.push_back(static_cast<float>(1U << inPlayer) * kStep);
   }
-  SF_INFO info{};
-  info.samplerate = kRate;
-  info.channels = kChannels;
-  info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-  SNDFILE* file = sf_open(inPath.c_str(), SFM_WRITE, &info);
-  ASSERT_NE(file, nullptr);
-  ASSERT_EQ(sf_writef_float(file, samples.data(), inFrames), inFrames);
-  ASSERT_EQ(sf_close(file), 0);
-}
-
-// What a player rendered, from the two files that it left.
-std::unique_ptr<RenderLog> ReadRenderLog(const std::string& inPrefix, unsigned inFirstCycle = 0) {
-  const std::vector<float> samples = tools::ReadSound(inPrefix + ".wav", kChannels);
-  auto log = std::make_unique<RenderLog>(samples.size() / kChannels, 1, kChannels);
-  std::ifstream lines(inPrefix + ".csv");
-  std::string line;
-  std::getline(lines, line);
-  std::size_t at = 0;
-  for (unsigned cycle = 0; std::getline(lines, line); ++cycle) {
-    std::istringstream fields(line);
-    double sampleTime = 0;
-    std::uint64_t returnTime = 0;
-    std::uint32_t frames = 0;
-    int silent = 0;
-    char comma = 0;
-    fields >> sampleTime >> comma >> returnTime >> comma >> frames >> comma >> silent;
-    if (cycle >= inFirstCycle) {
-      log->Append(sampleTime, returnTime, samples.data() + at, frames, silent != 0);
-    }
-    at += std::size_t{frames} * kChannels;
-  }
-  return log;
+  WriteFloatSound(inPath, kRate, kChannels, samples);
 }
 
 class EndToEnd : public testing::Test {
@@ -138,9 +104,9 @@ void EndToEnd::PlayTogether(unsigned inPlayers, unsigned inFrames) {
     const nlohmann::json client = Client(statistics, players[player].Pid());
     ASSERT_TRUE(client["recording"].is_string()) << client.dump();
     const std::vector<float> recording = tools::ReadSound(client["recording"], kChannels);
-    const auto log = ReadRenderLog(mRuntime.File("player" + std::to_string(player)));
+    const auto log = ReadRenderLog(mRuntime.File("player" + std::to_string(player)), kChannels);
     tools::Comparison comparison;
-    tools::CompareRecording(*log, recording, comparison);
+    tools::CompareRecording(log, recording, comparison);
     EXPECT_TRUE(comparison.equal) << "player " << player << ": " << comparison.difference;
     // Every frame of the sound itself came, in order.
     unsigned frames = 0;
@@ -207,11 +173,11 @@ TEST_F(EndToEnd, WithoutAServerASoundPlaysIntoSilenceAtTheRightSpeed) {
   Program player = StartPlayer(0, kRate);
   ASSERT_EQ(player.Wait(), 0) << player.Errors();
   const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-  const auto log = ReadRenderLog(mRuntime.File("player0"));
-  ASSERT_GE(log->Cycles().size(), kRate / 512U);
+  const auto log = ReadRenderLog(mRuntime.File("player0"), kChannels);
+  ASSERT_GE(log.Cycles().size(), kRate / 512U);
   // The device's clock is the host's: the cycles' sample times span what their host times do.
-  const auto& first = log->Cycles().front();
-  const auto& last = log->Cycles().back();
+  const auto& first = log.Cycles().front();
+  const auto& last = log.Cycles().back();
   const double byClock = (last.sampleTime - first.sampleTime) / kRate;
   const double byHost = static_cast<double>(last.returnTime - first.returnTime) / 1e9;
   EXPECT_NEAR(byClock, byHost, 0.1);
@@ -230,20 +196,21 @@ TEST_F(EndToEnd, ASoundIsHeardFromTheMomentAServerStarts) {
   const std::vector<float> recording = tools::ReadSound(client["recording"], kChannels);
   ASSERT_GT(recording.size(), 512U * kChannels);
   // From its first block on the recording is what was rendered.
-  const auto whole = ReadRenderLog(mRuntime.File("player0"));
+  const auto whole = ReadRenderLog(mRuntime.File("player0"), kChannels);
   unsigned heard = 0;
-  for (const RenderLog::Cycle& cycle : whole->Cycles()) {
-    const float* samples = whole->Samples().data() + cycle.firstSample;
+  for (const RenderLog::Cycle& cycle : whole.Cycles()) {
+    const float* samples = whole.Samples().data() + cycle.firstSample;
     if (!cycle.silent &&
         std::equal(samples, samples + std::size_t{cycle.frames} * kChannels, recording.begin())) {
       break;
     }
     ++heard;
   }
-  ASSERT_LT(heard, whole->Cycles().size()) << "the recording begins with nothing that was rendered";
+  ASSERT_LT(heard, whole.Cycles().size()) << "the recording begins with nothing that was rendered";
   EXPECT_GT(heard, 0U);
   tools::Comparison comparison;
-  tools::CompareRecording(*ReadRenderLog(mRuntime.File("player0"), heard), recording, comparison);
+  tools::CompareRecording(ReadRenderLog(mRuntime.File("player0"), kChannels, heard), recording,
+                          comparison);
   EXPECT_TRUE(comparison.equal) << comparison.difference;
 }
 

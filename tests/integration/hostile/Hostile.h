@@ -10,6 +10,7 @@
 
 #include "base/Descriptor.h"
 #include "support/PrivateRuntime.h"
+#include "support/Sanitizers.h"
 
 namespace tembra::test {
 
@@ -18,12 +19,8 @@ namespace tembra::test {
 constexpr uid_t kOtherUser = 65534;
 constexpr unsigned kFlood = 100000;  // messages, or datagrams
 
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
 // A sanitizer keeps freed memory and shadows; its leak check stands in for the one by size.
-constexpr bool kMemoryIsMeasured = false;
-#else
-constexpr bool kMemoryIsMeasured = true;
-#endif
+constexpr bool kMemoryIsMeasured = !kSanitized;
 // What a process may have grown by after a flood, beyond what a short flood of the same kind left.
 constexpr long kAllowedGrowth = 8 * 1024;  // kilobytes: less than 84 bytes for each message
 

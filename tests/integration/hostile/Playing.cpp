@@ -2,17 +2,16 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sndfile.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <vector>
 
 #include "Hostile.h"
+#include "support/Sanitizers.h"
+#include "support/tools/RenderedFiles.h"
 #include "tools/Comparison.h"
 #include "tools/RenderLog.h"
 
@@ -24,16 +23,7 @@ using tools::RenderLog;
 constexpr std::uint32_t kChannels = 2;
 constexpr int kRate = 44100;
 // The player sounds longer than any attack lasts, on a busy machine and in a slow build too.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TEMBRA_SLOW_BUILD 1
-#endif
-#endif
-#ifdef TEMBRA_SLOW_BUILD
-constexpr unsigned kSeconds = 15;
-#else
-constexpr unsigned kSeconds = 10;
-#endif
+constexpr unsigned kSeconds = kSanitized ? 15 : 10;
 constexpr unsigned kFrames = kSeconds * kRate;
 
 // Every frame differs from its neighbours, so that none can go, come or move unseen.
@@ -43,35 +33,7 @@ void WriteSound(const std::string& inPath) {
     samples.push_back(static_cast<float>(frame % 8191 + 1) / (1 << 20));
     samples.push_back(static_cast<float>(frame % 4093 + 1) / (1 << 20));
   }
-  SF_INFO info{};
-  info.samplerate = kRate;
-  info.channels = kChannels;
-  info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-  SNDFILE* file = sf_open(inPath.c_str(), SFM_WRITE, &info);
-  ASSERT_NE(file, nullptr);
-  EXPECT_EQ(sf_writef_float(file, samples.data(), kFrames), kFrames);
-  EXPECT_EQ(sf_close(file), 0);
-}
-
-RenderLog ReadRenderLog(const std::string& inPrefix) {
-  const std::vector<float> samples = tools::ReadSound(inPrefix + ".wav", kChannels);
-  RenderLog log(samples.size() / kChannels, 1, kChannels);
-  std::ifstream lines(inPrefix + ".csv");
-  std::string line;
-  std::getline(lines, line);
-  std::size_t at = 0;
-  while (std::getline(lines, line)) {
-    std::istringstream fields(line);
-    double sampleTime = 0;
-    std::uint64_t returnTime = 0;
-    std::uint32_t frames = 0;
-    int silent = 0;
-    char comma = 0;
-    fields >> sampleTime >> comma >> returnTime >> comma >> frames >> comma >> silent;
-    log.Append(sampleTime, returnTime, samples.data() + at, frames, silent != 0);
-    at += std::size_t{frames} * kChannels;
-  }
-  return log;
+  WriteFloatSound(inPath, kRate, kChannels, samples);
 }
 
 std::string NextName() {
@@ -120,7 +82,7 @@ void Playing::ExpectUndisturbed() {
   ASSERT_TRUE(client.is_object()) << statistics.dump();
   ASSERT_TRUE(client["recording"].is_string()) << client.dump();
   const std::vector<float> recording = tools::ReadSound(client["recording"], kChannels);
-  const RenderLog log = ReadRenderLog(Runtime().File(mName + "-rendered"));
+  const RenderLog log = ReadRenderLog(Runtime().File(mName + "-rendered"), kChannels);
   tools::Comparison comparison;
   tools::CompareRecording(log, recording, comparison);
   EXPECT_TRUE(comparison.equal) << comparison.difference << client.dump();

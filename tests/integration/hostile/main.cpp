@@ -39,7 +39,6 @@ int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
   tembra::test::PrivateRuntime runtime;
   tembra::test::sRuntime = &runtime;
-  // Users find each other below /tmp: these tests have one of their own.
-  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts({"/tmp"}));
+  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts);
   return RUN_ALL_TESTS();
 }

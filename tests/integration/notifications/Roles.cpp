@@ -6,6 +6,8 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <atomic>
+
 #include "corefoundation/Object.h"
 
 namespace tembra::test {
@@ -43,6 +45,26 @@ int Observe(const std::string& inName, const std::string& inObject) {
   while (true) pause();
 }
 
+std::atomic<int> sHeard{0};
+
+// Observes, and closes all it does not know when it has heard something.
+int BeRobbed(const std::string& inName) {
+  CFNotificationCenterAddObserver(
+      CFNotificationCenterGetDistributedCenter(), nullptr,
+      [](CFNotificationCenterRef, void*, CFNotificationName, const void*, CFDictionaryRef) {
+        ++sHeard;
+        sHeard.notify_one();
+      },
+      MakeString(inName), nullptr, CFNotificationSuspensionBehaviorDeliverImmediately);
+  puts("ready");
+  fflush(stdout);
+  sHeard.wait(0);
+  close_range(3, ~0U, 0);
+  puts("robbed");
+  fflush(stdout);
+  while (true) pause();
+}
+
 int Post(const std::string& inName, const std::string& inObject, int inCount, bool inToAll) {
   CFNotificationCenterRef center = CFNotificationCenterGetDistributedCenter();
   const CFOptionFlags options =
@@ -71,6 +93,7 @@ int RunRole(const std::vector<std::string>& inArguments) {
   if (role == "observe") {
     return Observe(inArguments[1], inArguments.size() > 2 ? inArguments[2] : "");
   }
+  if (role == "robbed") return BeRobbed(inArguments[1]);
   if (role == "post") {
     return Post(inArguments[1], inArguments[2], std::stoi(inArguments[3]), inArguments.size() > 4);
   }

@@ -8,8 +8,6 @@ int main(int argc, char** argv) {
     return tembra::test::RunRole({argv + 2, argv + argc});
   }
   testing::InitGoogleTest(&argc, argv);
-  // Users find each other below /tmp: the tests have one of their own, so that they meet nobody
-  // else and leave nothing there.
-  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts({"/tmp"}));
+  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts);
   return RUN_ALL_TESTS();
 }

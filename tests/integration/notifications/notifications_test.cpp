@@ -14,6 +14,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -23,6 +24,7 @@
 #include "notifications/NotificationWire.h"
 #include "support/PrivateRuntime.h"
 #include "support/Program.h"
+#include "support/Sanitizers.h"
 
 namespace tembra::test {
 namespace {
@@ -153,7 +155,7 @@ class Notifications : public testing::Test {
     arguments.insert(arguments.end(), inArguments.begin(), inArguments.end());
     Program program("/proc/self/exe", arguments,
                     Runtime().File("process" + std::to_string(++sCount)));
-    if (inArguments[0] == "observe") {
+    if (inArguments[0] == "observe" || inArguments[0] == "robbed") {
       WaitUntil([&] { return !program.Output().empty(); }, Seconds(20));
     }
     return program;
@@ -349,6 +351,33 @@ TEST_F(Notifications, WhatTheDeadLeftIsSweptAndJunkIsLeftAlone) {
   unlink((Place() + "/77.77").c_str());
 }
 
+// How often the receiving thread of a process went to sleep of its own will; -1 if it is awake.
+long SleepsOfReceiver(pid_t inProcess) {
+  const std::string tasks = "/proc/" + std::to_string(inProcess) + "/task";
+  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+    bool isReceiver = false, sleeps = false;
+    std::ifstream status(task.path() / "status");
+    for (std::string key, value; status >> key && std::getline(status, value);) {
+      if (key == "Name:") isReceiver = value == "\ttembra.nrecv";
+      if (key == "State:") sleeps = value.find('S') != std::string::npos;
+      if (key == "voluntary_ctxt_switches:" && isReceiver) return sleeps ? std::stol(value) : -1;
+    }
+  }
+  return -1;
+}
+
+TEST_F(Notifications, AReceiverWhoseDescriptorsWereClosedGoesBackToSleep) {
+  Program robbed = Start({"robbed", "test.robbed"});
+  Post("test.robbed");
+  ASSERT_TRUE(WaitUntil([&] { return Lines(robbed) == 2; }, Seconds(20)));
+  long before = -1;
+  ASSERT_TRUE(
+      WaitUntil([&] { return (before = SleepsOfReceiver(robbed.Pid())) >= 0; }, Seconds(20)));
+  // Wakes it, and finds nothing of its own.
+  Post("test.robbed");
+  EXPECT_TRUE(WaitUntil([&] { return SleepsOfReceiver(robbed.Pid()) > before; }, Seconds(20)));
+}
+
 TEST_F(Notifications, AProcessThatEndsLeavesNothing) {
   const size_t before = CountReceivers();
   EXPECT_EQ(Start({"leave", "end"}).Wait(Seconds(20)), 0);
@@ -529,11 +558,7 @@ TEST_F(Notifications, AFloodFromAnotherUserIsBoundedAndTheUsersOwnPostsComeThrou
 
 // Ends a forked child with all exit handlers; a leak checker there would miss the parent's threads.
 [[noreturn]] void EndChild(int inCode) {
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-  _exit(inCode);
-#endif
-#endif
+  if (kAddressSanitizer) _exit(inCode);
   exit(inCode);
 }
 

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "corefoundation/Object.h"
@@ -50,13 +52,61 @@ int Send(const std::string& inName, int inCount) {
 // Opens the port so many times, each connection one message, and leaves.
 int Churn(const std::string& inName, int inCount) {
   for (int i = 0; i < inCount; ++i) {
-    CFMessagePortRef port = CFMessagePortCreateRemote(nullptr, MakeName(inName));
+    // A receiver that was not scheduled for a while has a full queue of connections.
+    CFMessagePortRef port = nullptr;
+    WaitUntil([&] { return (port = CFMessagePortCreateRemote(nullptr, MakeName(inName))); },
+              std::chrono::seconds(20));
     if (!port) return 4;
     if (CFMessagePortSendRequest(port, i, nullptr, 20, 0, nullptr, nullptr) != 0) return 5;
     CFMessagePortInvalidate(port);
     CFRelease(port);
   }
   return 0;
+}
+
+// Closes what leads to an epoll set, as a program does that closes all it does not know.
+int CloseEventPolls() {
+  std::vector<int> polls;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    if (read_symlink(entry.path(), gone) == "anon_inode:[eventpoll]") {
+      polls.push_back(std::stoi(entry.path().filename()));
+    }
+  }
+  for (const int poll : polls) close(poll);
+  return static_cast<int>(polls.size());
+}
+
+bool HasServiceThread() {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::string name;
+    std::getline(std::ifstream(entry.path() / "comm"), name);
+    if (name == "tembra.ports") return true;
+  }
+  return false;
+}
+
+bool IsAnswered(CFMessagePortRef inPort) {
+  CFDataRef reply = nullptr;
+  CFMessagePortSendRequest(inPort, 1, nullptr, 20, 20, CFSTR("reply"), &reply);
+  const cf::Owned<CFDataRef> owned(reply);
+  return reply != nullptr;
+}
+
+// Loses the service's descriptors while the service waits, then uses ports as if nothing had been.
+int BeRobbed(const std::string& inFirst, const std::string& inSecond, bool inWake) {
+  const cf::Owned<CFMessagePortRef> first(CFMessagePortCreateRemote(nullptr, MakeName(inFirst)));
+  // It names itself.
+  if (!first || !WaitUntil(HasServiceThread, std::chrono::seconds(20))) return 4;
+  if (CloseEventPolls() != 1) return 5;
+  if (inWake) {
+    // The end of its owner wakes the service once more.
+    CFMessagePortSendRequest(first, 9, nullptr, 20, 0, nullptr, nullptr);
+    if (!WaitUntil([] { return !HasServiceThread(); }, std::chrono::seconds(20))) return 6;
+  }
+  const cf::Owned<CFMessagePortRef> second(CFMessagePortCreateRemote(nullptr, MakeName(inSecond)));
+  if (!second) return 7;
+  return IsAnswered(second) ? 0 : 8;
 }
 
 }  // namespace
@@ -66,6 +116,9 @@ int RunRole(const std::vector<std::string>& inArguments) {
   if (role == "serve") return Serve(inArguments[1]);
   if (role == "send") return Send(inArguments[1], std::stoi(inArguments[2]));
   if (role == "churn") return Churn(inArguments[1], std::stoi(inArguments[2]));
+  if (role == "robbed") {
+    return BeRobbed(inArguments[1], inArguments[2], inArguments[3] == "awake");
+  }
   return 2;
 }
 

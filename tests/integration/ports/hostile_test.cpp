@@ -3,10 +3,12 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <string.h>
+#include <sys/epoll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 
@@ -15,6 +17,30 @@
 #include "Fixture.h"
 #include "base/Descriptor.h"
 #include "ports/PortWire.h"
+
+namespace {
+
+// The kernel has no room to watch another connection.
+std::atomic<bool> sNoRoomToWatch{false};
+
+bool IsConnection(int inDescriptor) {
+  int listens = 1;
+  socklen_t size = sizeof listens;
+  return getsockopt(inDescriptor, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) == 0 && listens == 0;
+}
+
+}  // namespace
+
+// In the place of the C library's, for the platform's library too.
+extern "C" __attribute__((visibility("default"))) int epoll_ctl(int poll, int operation,
+                                                                int descriptor,
+                                                                epoll_event* event) noexcept {
+  if (sNoRoomToWatch && operation == EPOLL_CTL_ADD && IsConnection(descriptor)) {
+    errno = ENOSPC;
+    return -1;
+  }
+  return static_cast<int>(syscall(SYS_epoll_ctl, poll, operation, descriptor, event));
+}
 
 namespace tembra::test {
 namespace {
@@ -258,6 +284,33 @@ TEST_F(HostilePorts, WithoutDescriptorsConnectionsAreTurnedAwayAndTheLoopSleeps)
   EXPECT_EQ(CFMessagePortSendRequest(remote, 1, nullptr, 0, 0, nullptr, nullptr), 0);
   EXPECT_TRUE(receiver.RunUntilMessages(1));
   EXPECT_EQ(receiver.Statistics().accepted, 1u);
+}
+
+TEST_F(HostilePorts, AConnectionThatCannotBeWatchedIsTurnedAway) {
+  Receiver receiver("port");
+  const Descriptor socket = ConnectTo("port");
+  Put(socket, Hello());
+  sNoRoomToWatch = true;
+  EXPECT_TRUE(receiver.RunUntil([&] { return receiver.Statistics().refusedLimit == 1; }));
+  sNoRoomToWatch = false;
+  EXPECT_TRUE(IsClosed(socket));
+  EXPECT_EQ(receiver.Statistics().accepted, 0u);
+  auto remote = Remote("port");
+  ASSERT_NE(remote, nullptr);
+  EXPECT_EQ(SendNow(remote, 1), 0);
+  EXPECT_TRUE(receiver.RunUntilMessages(1));
+}
+
+TEST_F(HostilePorts, AServiceWhoseDescriptorsAreClosedEndsAndTheNextPortHasANewOne) {
+  auto first = StartServer(mRuntime, "first");
+  auto second = StartServer(mRuntime, "second");
+  EXPECT_EQ(RunProcess(mRuntime, {"robbed", "first", "second", "awake"}), 0);
+}
+
+TEST_F(HostilePorts, AServiceThatSleepsWhileItsDescriptorsAreClosedIsReplacedByTheNextPort) {
+  auto first = StartServer(mRuntime, "first");
+  auto second = StartServer(mRuntime, "second");
+  EXPECT_EQ(RunProcess(mRuntime, {"robbed", "first", "second", "asleep"}), 0);
 }
 
 // Runs a body in a child process that has become another user.

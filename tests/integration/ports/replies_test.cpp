@@ -42,6 +42,20 @@ TEST_F(Ports, AReceiverInTheSameThreadAnswersWhenTheReplyModeServesIt) {
   CFRelease(reply);
 }
 
+TEST_F(Ports, APortGivenUpWhileItWaitsForTheReplyStillBringsIt) {
+  Receiver receiver("self");
+  CFMessagePortRef remote = Remote("self").Detach();
+  receiver.mReply = [remote](SInt32, CFDataRef) {
+    CFRelease(remote);
+    return Data("answer").Detach();
+  };
+  CFDataRef reply = nullptr;
+  EXPECT_EQ(CFMessagePortSendRequest(remote, 1, nullptr, 5, 20, kCFRunLoopDefaultMode, &reply), 0);
+  ASSERT_NE(reply, nullptr);
+  EXPECT_EQ(Bytes(reply), "answer");
+  CFRelease(reply);
+}
+
 TEST_F(Ports, NoReplyDataIsNull) {
   Receiver receiver("self");
   auto remote = Remote("self");

@@ -214,6 +214,31 @@ TEST(RunLoopTime, WithoutDescriptorsTimersAndStopsStillWork) {
   EXPECT_EQ(result, kCFRunLoopRunStopped);
 }
 
+TEST(RunLoopTime, ALoopWhoseDescriptorsWereClosedSleepsAndItsTimersStillFire) {
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    alarm(30);
+    std::atomic<int> performed{0}, fired{0};
+    auto source = MakeSource(performed);
+    CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.01, true);
+    close_range(3, ~0U, 0);
+    auto timer = MakeTimer(fired, 0.02, 0);
+    CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
+    rusage before{}, after{};
+    getrusage(RUSAGE_THREAD, &before);
+    if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.3, false) != kCFRunLoopRunTimedOut) _exit(1);
+    getrusage(RUSAGE_THREAD, &after);
+    if (fired != 1) _exit(2);
+    // It sleeps a little each time, which gives the processor up.
+    _exit(after.ru_nvcsw - before.ru_nvcsw >= 5 ? 0 : 3);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
 TEST(RunLoopTime, ManyThreadsAddAndRemoveOnOneLoop) {
   LoopThread thread;
   std::vector<std::thread> threads;

@@ -9,6 +9,7 @@
 #include "FakeClient.h"
 #include "ServerFixture.h"
 #include "client/TMBAudioServer.h"
+#include "support/PrivateMounts.h"
 
 namespace tembra::test {
 
@@ -77,5 +78,6 @@ int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
   tembra::test::PrivateRuntime runtime;
   tembra::test::sRuntime = &runtime;
+  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts);
   return RUN_ALL_TESTS();
 }

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sndfile.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -16,6 +15,7 @@
 #include "client/TMBAudioServer.h"
 #include "server/EventPoster.h"
 #include "server/ServerPort.h"
+#include "support/tools/RenderedFiles.h"
 
 namespace tembra::test {
 
@@ -265,7 +265,7 @@ TEST_F(Server, SilentClientIsAskedAndDroppedAndComesBack) {
   ASSERT_TRUE(client.WaitFor(kTMBAudioServerEventClientDeleted));
   ASSERT_TRUE(
       WaitForStatistics([](const nlohmann::json& inJSON) { return inJSON["clients"].empty(); }));
-  EXPECT_FALSE(client.IsDataOpen());
+  EXPECT_TRUE(WaitUntil([&] { return !client.IsDataOpen(); }));
   // It is still connected, so it is asked again, and its echo adds it.
   const size_t asked = client.Count(kTMBAudioServerEventClientCheck);
   const size_t added = client.Count(kTMBAudioServerEventClientAdded);
@@ -423,15 +423,7 @@ TEST_F(Server, KilledServerIsFollowedByOneThatCallsEverybodyBack) {
 // the client with a dead listener port that counts as open: a single start would find it deaf.
 TEST_F(Server, ClientCaughtWaitingForItsDataPortIsBroughtBack) {
   const std::string sound = File("noise.wav");
-  SF_INFO info = {};
-  info.samplerate = 44100;
-  info.channels = 2;
-  info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-  SNDFILE* file = sf_open(sound.c_str(), SFM_WRITE, &info);
-  ASSERT_NE(file, nullptr);
-  const std::vector<float> frames(size_t{44100} * 20 * 2, 0.25f);
-  sf_writef_float(file, frames.data(), 44100 * 20);
-  sf_close(file);
+  WriteFloatSound(sound, 44100, 2, std::vector<float>(size_t{44100} * 20 * 2, 0.25f));
 
   CFStringRef name = CFTmbSndCopyListenerID();
   bool added = false;

@@ -53,6 +53,7 @@ void FakeServer::Reset() {
   mHasListener = mHasDataPort = mPortsAreDead = mDiscardsAudio = mKeepsData = false;
   mAudioSends = 0;
   mKeepsLog = true;
+  mOnUnobserve = nullptr;
   mListenerOpenings = mOpeningsWhileDead = mAdds = 0;
   mNow = 1000.0;
   mListenerName = "com.tembra.tmbasrv." + std::to_string(getuid());
@@ -319,6 +320,7 @@ void CFNotificationCenterRemoveObserver(CFNotificationCenterRef inCenter, const 
   FakeServer& server = FakeServer::Get();
   Locker locker(server.mMutex);
   EXPECT_EQ(inCenter, CFNotificationCenterGetDistributedCenter());
+  if (server.mOnUnobserve) server.mOnUnobserve(tembra::test::ToString(inName));
   if (!tembra::test::IsServerEvent(inName)) return;
   EXPECT_EQ(tembra::test::ToString((CFStringRef)inObject), server.mListenerName);
   std::erase_if(server.mObservations, [&](const FakeServer::Observation& observation) {

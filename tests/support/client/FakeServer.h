@@ -3,6 +3,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -56,6 +57,8 @@ class FakeServer {
   int GetOpenPorts(const std::string& inPort) const;
   int GetPendingTimers() const;
   size_t GetObservations() const;
+  // Runs when an observation of whatever name ends, if it is set.
+  std::function<void(const std::string& inName)> mOnUnobserve;
   int CountMessages(const std::string& inPort, SInt32 inID) const;
   // What happened since the last call: "observe", "unobserve", "open listener", "no listener",
   // "close data", "timer", "drop timer", "send cadd" ...

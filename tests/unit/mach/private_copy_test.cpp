@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <mach/mach.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -124,6 +126,23 @@ TEST(VMProtectCopy, PagesBehindAFilesEndAreRefused) {
   pages.CutFile();
   EXPECT_EQ(vm_protect(mach_task_self(), pages.At(1), 8, false, kOwnCopy), KERN_PROTECTION_FAILURE);
   EXPECT_TRUE(IsShared(pages.At(1)));
+}
+
+// Where the map of the process cannot be read, nobody knows what is shared.
+TEST(VMProtectCopy, WhatIsSharedNobodyKnowsWithoutTheMap) {
+  const SharedPages pages(PROT_READ | PROT_EXEC);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const rlimit none = {0, 0};
+    setrlimit(RLIMIT_NOFILE, &none);
+    const kern_return_t result =
+        vm_protect(mach_task_self(), pages.At(1), 8, false, kOwnCopy | VM_PROT_EXECUTE);
+    _exit(result == KERN_PROTECTION_FAILURE ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 TEST(VMAllocate, NothingIsGivenNearNull) {

@@ -51,7 +51,7 @@ TEST_F(Island, InstructionsFillItsWholeArea) {
   EXPECT_EQ(setBranchIslandTarget_i386(mIsland, mIsland, instructions.data()), 0);
   EXPECT_EQ(BytesAt(mIsland, 32), instructions);
   EXPECT_EQ(BytesAt(mIsland->mJump, 6), Bytes("FF 25 00 00 00 00"));
-  EXPECT_EQ(mIsland->mTarget, reinterpret_cast<uint64_t>(mIsland));
+  EXPECT_EQ(uint64_t{mIsland->mTarget}, reinterpret_cast<uint64_t>(mIsland));
   // What was there before is gone when it is set again.
   EXPECT_EQ(setBranchIslandTarget_i386(mIsland, mIsland, nullptr), 0);
   EXPECT_EQ(BytesAt(mIsland, 32), Nops(32));

@@ -2,6 +2,7 @@
 #include <sys/mman.h>
 
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "library/sys/mac/mach_override/mach_override.h"
@@ -282,6 +283,39 @@ TEST(PatcherOfStubs, AStubToNullIsRefused) {
   const StubPage stub("", nullptr);
   EXPECT_EQ(Override(stub.Pointer()).mResult, kMachOverrideErrorCannotOverride);
   EXPECT_TRUE(stub.IsAsItWas());
+}
+
+TEST(PatcherOfStubs, StubsThatLeadInACircleAreRefused) {
+  for (size_t count = 1; count <= 6; ++count) {
+    for (size_t backTo = 0; backTo < count; ++backTo) {
+      SCOPED_TRACE(testing::Message() << count << " back to " << backTo);
+      const Pages pages(1, PROT_READ | PROT_WRITE);
+      const auto stubAt = [&](size_t inIndex) { return pages.Begin() + 256 + 16 * inIndex; };
+      for (size_t i = 0; i < count; ++i) {
+        const uintptr_t pointer = pages.Begin() + 8 * i;
+        const uintptr_t next = stubAt(i + 1 < count ? i + 1 : backTo);
+        memcpy(reinterpret_cast<void*>(pointer), &next, sizeof next);
+        pages.Write(stubAt(i), Stub("", stubAt(i), pointer));
+      }
+      pages.Protect(PROT_READ | PROT_EXEC);
+      const std::vector<uint8_t> before = BytesAt(reinterpret_cast<void*>(pages.Begin()), kPage);
+      const Outcome outcome = Override(reinterpret_cast<void*>(stubAt(0)));
+      EXPECT_EQ(outcome.mResult, kMachOverrideErrorCannotOverride);
+      EXPECT_EQ(outcome.mLines, ErrorLines("f8000001", kAllLines));
+      EXPECT_EQ(BytesAt(reinterpret_cast<void*>(pages.Begin()), kPage), before);
+    }
+  }
+}
+
+TEST(PatcherOfStubs, AChainOfManyIsFollowedToItsEnd) {
+  const Code code(Bytes(kSum));
+  std::vector<std::unique_ptr<StubPage>> stubs;
+  const void* next = code.Pointer();
+  for (int i = 0; i < 100; ++i) {
+    stubs.push_back(std::make_unique<StubPage>(i % 2 == 0 ? "" : "F3 0F 1E FA", next));
+    next = stubs.back()->Pointer();
+  }
+  ExpectFollowed(code, next);
 }
 
 TEST(Patcher, WithoutAPlaceForTheReentryThereIsOneIslandOnly) {

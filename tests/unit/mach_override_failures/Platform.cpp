@@ -10,6 +10,7 @@
 namespace mach_override_tests {
 
 Platform* sPlatform = nullptr;
+thread_local uint64_t tHeapCalls = 0;
 
 namespace {
 
@@ -32,6 +33,7 @@ using mach_override_tests::Note;
 using mach_override_tests::Real;
 using mach_override_tests::sPlatform;
 using mach_override_tests::sProtecting;
+using mach_override_tests::tHeapCalls;
 
 extern "C" {
 
@@ -109,7 +111,9 @@ int msync(void* address, size_t size, int flags) {
     !(__has_feature(address_sanitizer) || __has_feature(thread_sanitizer))
 void* __libc_malloc(size_t size);
 
-void* malloc(size_t size) noexcept {
+// The platform's library calls it too.
+__attribute__((visibility("default"))) void* malloc(size_t size) noexcept {
+  ++tHeapCalls;
   return sPlatform != nullptr && sPlatform->mNoHeap && size == 52 ? nullptr : __libc_malloc(size);
 }
 #endif

@@ -2,6 +2,7 @@
 
 #include <mach/mach.h>
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -27,5 +28,9 @@ struct Platform {
 };
 
 extern Platform* sPlatform;  // null outside of a test
+
+// How often this thread has asked for memory of the heap. Under a sanitizer, which has a heap of
+// its own, always 0.
+extern thread_local uint64_t tHeapCalls;
 
 }  // namespace mach_override_tests

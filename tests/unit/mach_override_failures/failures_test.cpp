@@ -215,6 +215,36 @@ TEST_F(Patch, LockedMemoryIsNoFailure) {
   EXPECT_TRUE(IsPatched());
 }
 
+// It is patched at load, in any process: nothing may throw for want of memory.
+TEST_F(Patch, NothingIsTakenFromTheHeap) {
+  // Shared with a file, so that there is a copy to be made too.
+  const int file = memfd_create("code", MFD_CLOEXEC);
+  ASSERT_EQ(ftruncate(file, 4096), 0);
+  ASSERT_EQ(pwrite(file, mBefore.data(), mBefore.size(), 0), static_cast<ssize_t>(mBefore.size()));
+  void* const code = mmap(nullptr, 4096, PROT_READ | PROT_EXEC, MAP_SHARED, file, 0);
+  close(file);
+  ASSERT_NE(code, MAP_FAILED);
+  // Its notes would be taken from there.
+  sPlatform = nullptr;
+  const uint64_t before = tHeapCalls;
+  const kern_return_t result =
+      mach_override_ptr(code, reinterpret_cast<const void*>(&Replacement), &mReentry);
+  EXPECT_EQ(tHeapCalls, before);
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(Call(code), 99);
+  EXPECT_EQ(Call(mReentry), 12);
+  munmap(code, 4096);
+}
+
+TEST_F(Patch, WithoutTheMapOfTheProcessItIsRefused) {
+  mPlatform.mRegion = [](vm_address_t*, vm_size_t*) { return KERN_FAILURE; };
+  EXPECT_EQ(Override(), kMachOverrideErrorCannotOverride);
+  EXPECT_EQ(mLines, Lines("f8000001", {239, 252, 258, 272, 277}));
+  EXPECT_EQ(mAttempts, 0);
+  EXPECT_THAT(mPlatform.mNotes, ElementsAre());
+  EXPECT_TRUE(IsUntouched());
+}
+
 // The search, address by address
 
 class Search : public Patch {

@@ -50,6 +50,11 @@ uintptr_t Above(uintptr_t inAddress, uintptr_t inDistance) {
 }  // namespace
 
 uintptr_t FollowImportStubs(uintptr_t inAddress) {
+  // Stubs may lead in a circle. One of them is kept in mind for twice as many steps each time, so
+  // that a circle of any length comes by it again.
+  uintptr_t kept = inAddress;
+  size_t stepsToKeep = 1;
+  size_t steps = 0;
   for (;;) {
     const auto* const code = reinterpret_cast<const uint8_t*>(inAddress);
     const size_t size = ReadableBytes(inAddress, sizeof kEndBranch + 1 + kJumpThroughPointerBytes);
@@ -67,6 +72,12 @@ uintptr_t FollowImportStubs(uintptr_t inAddress) {
         inAddress + jump + kJumpThroughPointerBytes + static_cast<uintptr_t>(displacement);
     if (ReadableBytes(pointer, sizeof(uintptr_t)) < sizeof(uintptr_t)) return 0;
     inAddress = ValueAt<uintptr_t>(reinterpret_cast<const uint8_t*>(pointer));
+    if (inAddress == kept) return 0;
+    if (++steps == stepsToKeep) {
+      kept = inAddress;
+      stepsToKeep *= 2;
+      steps = 0;
+    }
   }
 }
 

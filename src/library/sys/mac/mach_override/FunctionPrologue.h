@@ -14,7 +14,7 @@ inline constexpr size_t kMaxEatenInstructions = kPatchJumpBytes;
 
 // Where the import stubs at inAddress lead to, one after the other; inAddress itself if it is none.
 // A stub is a jump through a pointer relative to itself, with or without endbr64 before it. 0 if
-// the pointer cannot be read.
+// a pointer cannot be read or the stubs lead in a circle.
 uintptr_t FollowImportStubs(uintptr_t inAddress);
 
 // Measures whole instructions from inCode on until the patch's jump is covered.

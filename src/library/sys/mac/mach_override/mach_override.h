@@ -11,8 +11,8 @@
 //
 // Any thread, one call at a time; the switch itself is one 8-byte store. A thread that stands
 // inside the first 8 bytes at that moment is not protected, so it is best that the first
-// instruction is five bytes long and the function aligned. A patch is never taken out, and its
-// islands live as long as the process.
+// instruction has five bytes or more and the function is aligned. A patch is never taken out, and
+// its islands live as long as the process.
 
 #include <mach/mach.h>
 #include <stdint.h>
