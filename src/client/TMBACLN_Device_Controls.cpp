@@ -1,6 +1,7 @@
 // The device's controls: a volume, a mute and a data source for the whole of each direction and for
 // each of its channels. They are values that clients share; none of them acts on the audio.
 
+#include <iterator>
 #include <memory>
 #include <vector>
 
@@ -9,7 +10,29 @@
 #include "controls/TMBACLN_BooleanControl.h"
 #include "controls/TMBACLN_LevelControl.h"
 #include "controls/TMBACLN_SelectorControl.h"
+#include "objects/HP_SelectorIndex.h"
 #include "support/CAException.h"
+
+namespace {
+
+constexpr AudioObjectPropertySelector kControlRelatedSelectors[] = {
+    'bbd#', 'bbvd', 'bbvs', 'bd2v', 'bv2d', 'cnlv', 'csc#', 'csck', 'cscn', 'csrc',
+    'db2v', 'isub', 'jack', 'lcnl', 'lcsn', 'lscn', 'mdd#', 'mddc', 'mddn', 'mdds',
+    'msp#', 'mspn', 'mute', 'mv2d', 'mv2s', 'mvd#', 'mvdb', 'mvsc', 'nlv#', 'nlvl',
+    'ownd', 'sd2v', 'smut', 'solo', 'span', 'spn#', 'ssc#', 'sscn', 'ssrc', 'sv2d',
+    'svd#', 'svld', 'svlm', 'thrs', 'thru', 'v2db', 'vdb#', 'vold', 'volm',
+};
+static_assert(std::size(kControlRelatedSelectors) == 49);
+constexpr HP_SelectorIndex kControlRelatedIndex(kControlRelatedSelectors,
+                                                [](AudioObjectPropertySelector inSelector) {
+                                                  return inSelector;
+                                                });
+
+}  // namespace
+
+bool TMBACLN_Device::IsControlRelatedProperty(unsigned int inSelector) {
+  return kControlRelatedIndex.Find(inSelector) != HP_SelectorIndex::kNone;
+}
 
 // Not made again after a failure: what there is then is all there is.
 void TMBACLN_Device::CreateControls() {

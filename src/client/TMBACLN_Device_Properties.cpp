@@ -1,7 +1,6 @@
 // The device's names and identity, and the properties that it answers in front of its base.
 
-#include <algorithm>
-#include <iterator>
+#include <cstring>
 
 #include "client/TMBACLN_Device.h"
 #include "device/HP_IOThread.h"
@@ -21,23 +20,7 @@ CFStringRef CopyString(CFStringRef inString) {
   return inString != nullptr ? static_cast<CFStringRef>(CFRetain(inString)) : nullptr;
 }
 
-constexpr AudioObjectPropertySelector kControlRelatedSelectors[] = {
-    'bbd#', 'bbvd', 'bbvs', 'bd2v', 'bv2d', 'cnlv', 'csc#', 'csck', 'cscn', 'csrc',
-    'db2v', 'isub', 'jack', 'lcnl', 'lcsn', 'lscn', 'mdd#', 'mddc', 'mddn', 'mdds',
-    'msp#', 'mspn', 'mute', 'mv2d', 'mv2s', 'mvd#', 'mvdb', 'mvsc', 'nlv#', 'nlvl',
-    'ownd', 'sd2v', 'smut', 'solo', 'span', 'spn#', 'ssc#', 'sscn', 'ssrc', 'sv2d',
-    'svd#', 'svld', 'svlm', 'thrs', 'thru', 'v2db', 'vdb#', 'vold', 'volm',
-};
-static_assert(std::size(kControlRelatedSelectors) == 49);
-static_assert(std::is_sorted(std::begin(kControlRelatedSelectors),
-                             std::end(kControlRelatedSelectors)));
-
 }  // namespace
-
-bool TMBACLN_Device::IsControlRelatedProperty(unsigned int inSelector) {
-  return std::binary_search(std::begin(kControlRelatedSelectors),
-                            std::end(kControlRelatedSelectors), inSelector);
-}
 
 bool TMBACLN_Device::HasProperty(const AudioObjectPropertyAddress& inAddress) const {
   CAMutex::Locker locker(GetDeviceStateMutex());
@@ -72,14 +55,16 @@ void TMBACLN_Device::GetPropertyData(const AudioObjectPropertyAddress& inAddress
     if (ioDataSize != GetPropertyDataSize(inAddress, inQualifierDataSize, inQualifierData)) {
       throw CAException(kAudioHardwareBadPropertySizeError);
     }
-    *static_cast<Float32*>(outData) = mIOThread->GetIOCycleUsage();
+    const Float32 usage = mIOThread->GetIOCycleUsage();
+    std::memcpy(outData, &usage, sizeof(usage));
     return;
   }
   if (inAddress.mSelector == kAudioDevicePropertyHogMode) {
     if (ioDataSize != GetPropertyDataSize(inAddress, inQualifierDataSize, inQualifierData)) {
       throw CAException(kAudioHardwareBadPropertySizeError);
     }
-    *static_cast<SInt32*>(outData) = mHogMode->GetOwner();
+    const SInt32 owner = mHogMode->GetOwner();
+    std::memcpy(outData, &owner, sizeof(owner));
     return;
   }
   HP_Device::GetPropertyData(inAddress, inQualifierDataSize, inQualifierData, ioDataSize, outData);
@@ -95,7 +80,9 @@ void TMBACLN_Device::SetPropertyData(const AudioObjectPropertyAddress& inAddress
     if (inDataSize != GetPropertyDataSize(inAddress, inQualifierDataSize, inQualifierData)) {
       throw CAException(kAudioHardwareBadPropertySizeError);
     }
-    mIOThread->SetIOCycleUsage(*static_cast<const Float32*>(inData));
+    Float32 usage = 0.0f;
+    std::memcpy(&usage, inData, sizeof(usage));
+    mIOThread->SetIOCycleUsage(usage);
     const CAPropertyAddress changed(kAudioDevicePropertyIOCycleUsage);
     PropertiesChanged(1, &changed);
     return;
@@ -106,7 +93,8 @@ void TMBACLN_Device::SetPropertyData(const AudioObjectPropertyAddress& inAddress
     }
     ToggleHogMode();
     // The caller finds the new owner where he left his value, which is not looked at.
-    *static_cast<SInt32*>(const_cast<void*>(inData)) = mHogMode->GetOwner();
+    const SInt32 owner = mHogMode->GetOwner();
+    std::memcpy(const_cast<void*>(inData), &owner, sizeof(owner));
     return;
   }
   HP_Device::SetPropertyData(inAddress, inQualifierDataSize, inQualifierData, inDataSize, inData,

@@ -3,6 +3,7 @@
 #include <libproc.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <memory>
 
 #include "client/TMBACLN_Device.h"
@@ -85,10 +86,7 @@ void TMBACLN_PlugIn::Teardown() {
     const CAPropertyAddress isAlive(kAudioDevicePropertyDeviceIsAlive);
     mDevice->PropertiesChanged(1, &isAlive);
     // One process is enough to remember what all would.
-    if (isMaster != 0) {
-      HP_DeviceSettings::SaveToPrefs(*mDevice, HP_DeviceSettings::sStandardControlsToSave,
-                                     HP_DeviceSettings::kNumberStandardControlsToSave);
-    }
+    if (isMaster != 0) SaveSettings();
     const AudioObjectID deviceID = mDevice->GetObjectID();
     AudioObjectsPublishedAndDied(GetInterface(), kAudioObjectSystemObject, 0, nullptr, 1,
                                  &deviceID);
@@ -98,6 +96,15 @@ void TMBACLN_PlugIn::Teardown() {
     mDevice = nullptr;
   }
   HP_HardwarePlugIn::Teardown();
+}
+
+void TMBACLN_PlugIn::SaveSettings() const {
+  try {
+    HP_DeviceSettings::SaveToPrefs(*mDevice, HP_DeviceSettings::sStandardControlsToSave,
+                                   HP_DeviceSettings::kNumberStandardControlsToSave);
+  } catch (...) {
+    // The device goes in any case: one that stayed would outlive its plug-in.
+  }
 }
 
 bool TMBACLN_PlugIn::HasProperty(const AudioObjectPropertyAddress& inAddress) const {
@@ -124,7 +131,8 @@ void TMBACLN_PlugIn::GetPropertyData(const AudioObjectPropertyAddress& inAddress
     if (ioDataSize != GetPropertyDataSize(inAddress, inQualifierDataSize, inQualifierData)) {
       throw CAException(kAudioHardwareBadPropertySizeError);
     }
-    *static_cast<CFStringRef*>(outData) = static_cast<CFStringRef>(CFRetain(GetPlugInName()));
+    const CFTypeRef name = CFRetain(GetPlugInName());
+    std::memcpy(outData, &name, sizeof(name));
     return;
   }
   HP_Object::GetPropertyData(inAddress, inQualifierDataSize, inQualifierData, ioDataSize, outData);

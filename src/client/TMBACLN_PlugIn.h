@@ -38,6 +38,8 @@ class TMBACLN_PlugIn : public HP_HardwarePlugIn {
   TMBACLN_Device* GetDevice() const { return mDevice; }
 
  private:
+  void SaveSettings() const;
+
   TMBACLN_Device* mDevice;
 };
 

@@ -1,5 +1,7 @@
 #include "client/TMBACLN_Stream.h"
 
+#include <cstring>
+
 #include "client/TMBACLN_Device.h"
 #include "client/TMBACLN_PlugIn.h"
 #include "formats/CAStreamBasicDescription.h"
@@ -25,8 +27,13 @@ constexpr AudioStreamRangedDescription kTheFormat = {
                 .mReserved = 0},
     .mSampleRateRange = {kSampleRate, kSampleRate}};
 
-void RequireSize(UInt32 inSize, UInt32 inRequired) {
-  if (inSize != inRequired) throw CAException(kAudioHardwareBadPropertySizeError);
+// The caller's memory need not be aligned.
+template <class T>
+T ReadValue(UInt32 inDataSize, const void* inData) {
+  if (inDataSize != sizeof(T)) throw CAException(kAudioHardwareBadPropertySizeError);
+  T value;
+  std::memcpy(&value, inData, sizeof(value));
+  return value;
 }
 
 }  // namespace
@@ -120,15 +127,13 @@ void TMBACLN_Stream::SetPropertyData(const AudioObjectPropertyAddress& inAddress
   HP_FormatList* list = GetFormatList();
   switch (inAddress.mSelector) {
     case kAudioDevicePropertySupportsMixing: {
-      RequireSize(inDataSize, sizeof(UInt32));
-      const bool isMixable = *static_cast<const UInt32*>(inData) != 0;
+      const bool isMixable = ReadValue<UInt32>(inDataSize, inData) != 0;
       mNonMixable = !isMixable;
       list->SetIsMixable(isMixable, true);
       break;
     }
     case kAudioStreamPropertyPhysicalFormat: {
-      RequireSize(inDataSize, sizeof(AudioStreamBasicDescription));
-      AudioStreamBasicDescription format = *static_cast<const AudioStreamBasicDescription*>(inData);
+      auto format = ReadValue<AudioStreamBasicDescription>(inDataSize, inData);
       if (!list->SanityCheckPhysicalFormat(format)) {
         throw CAException(kAudioDeviceUnsupportedFormatError);
       }
@@ -138,8 +143,7 @@ void TMBACLN_Stream::SetPropertyData(const AudioObjectPropertyAddress& inAddress
       break;
     }
     case kAudioStreamPropertyVirtualFormat: {
-      RequireSize(inDataSize, sizeof(AudioStreamBasicDescription));
-      AudioStreamBasicDescription format = *static_cast<const AudioStreamBasicDescription*>(inData);
+      auto format = ReadValue<AudioStreamBasicDescription>(inDataSize, inData);
       if (!list->SanityCheckVirtualFormat(format)) {
         throw CAException(kAudioDeviceUnsupportedFormatError);
       }

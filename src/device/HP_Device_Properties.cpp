@@ -2,16 +2,15 @@
 // number nor a name have their own lines below it.
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstring>
-#include <iterator>
 #include <memory>
 #include <vector>
 
 #include "device/HP_Device.h"
 #include "device/HP_IOProcList.h"
 #include "formats/HP_Stream.h"
+#include "objects/HP_SelectorIndex.h"
 #include "support/CAAudioBufferList.h"
 #include "support/CACFString.h"
 #include "support/CAException.h"
@@ -175,37 +174,13 @@ constexpr Property kProperties[] = {
          [](const HP_Device& d, const Address&) -> CFTypeRef { return d.CopyDeviceUID(); }),
 };
 
-// Where in the table a selector stands: a property read is the call that clients make most, so it
-// is found by a hash and, rarely, a step or two on. Twice and more slots than entries.
-constexpr UInt32 kNumberSlots = 128;
-
-struct Slot {
-  AudioObjectPropertySelector mSelector = 0;  // 0 where the slot is empty
-  UInt32 mIndex = 0;
-};
-
-constexpr UInt32 GetSlot(AudioObjectPropertySelector inSelector) {
-  return (inSelector * 0x9E3779B1U) >> 25;
-}
-
-constexpr auto kSlots = [] {
-  std::array<Slot, kNumberSlots> theSlots{};
-  for (UInt32 i = 0; i < std::size(kProperties); ++i) {
-    UInt32 theSlot = GetSlot(kProperties[i].mSelector);
-    while (theSlots[theSlot].mSelector != 0) theSlot = (theSlot + 1) % kNumberSlots;
-    theSlots[theSlot] = {kProperties[i].mSelector, i};
-  }
-  return theSlots;
-}();
-static_assert(std::size(kProperties) * 2 <= kNumberSlots);
+constexpr HP_SelectorIndex kPropertyIndex(kProperties, [](const Property& inProperty) {
+  return inProperty.mSelector;
+});
 
 const Property* FindProperty(AudioObjectPropertySelector inSelector) {
-  UInt32 theSlot = GetSlot(inSelector);
-  while (kSlots[theSlot].mSelector != inSelector) {
-    if (kSlots[theSlot].mSelector == 0) return nullptr;
-    theSlot = (theSlot + 1) % kNumberSlots;
-  }
-  return inSelector != 0 ? &kProperties[kSlots[theSlot].mIndex] : nullptr;
+  const UInt32 theIndex = kPropertyIndex.Find(inSelector);
+  return theIndex != HP_SelectorIndex::kNone ? &kProperties[theIndex] : nullptr;
 }
 
 CACFString CopyText(const Property& inProperty, const HP_Device& inDevice,

@@ -14,10 +14,14 @@ void AppendGlobal(CAPropertyAddressList& outList, AudioObjectPropertySelector in
 // The addresses by which the device knows a property of one of its streams.
 void AppendOwnAddresses(CAPropertyAddressList& outList, AudioObjectPropertySelector inSelector,
                         const HP_Stream& inStream) {
-  const AudioObjectPropertyScope theScope = inStream.GetDevicePropertyScope();
-  const UInt32 theChannel = inStream.GetStartingDeviceChannelNumber();
-  outList.AppendUniqueItem(CAPropertyAddress(inSelector, theScope, theChannel));
-  if (theChannel == 1) outList.AppendUniqueItem(CAPropertyAddress(inSelector, theScope, 0));
+  // Its first element; the offset of the starting channel does not count here either.
+  CAPropertyAddress theAddress(inSelector, kAudioObjectPropertyScopeGlobal, 1);
+  inStream.ChangeStreamPropertyAddressIntoDevicePropertyAddress(theAddress);
+  outList.AppendUniqueItem(theAddress);
+  if (theAddress.mElement == 1) {
+    theAddress.mElement = 0;
+    outList.AppendUniqueItem(theAddress);
+  }
 }
 
 // What a change of rate changes for all streams of a direction.

@@ -2,11 +2,14 @@
 
 #include <CoreAudio/AudioHardware.h>
 
+#include <atomic>
 #include <utility>
 #include <vector>
 
 #include "objects/CAPropertyAddress.h"
+#include "objects/CATokenMap.h"
 #include "support/CAMutex.h"
+#include "support/CATokenIndex.h"
 
 class HP_Device;
 class HP_HardwarePlugIn;
@@ -59,11 +62,18 @@ class HP_Object {
   HP_HardwarePlugIn* GetPlugIn() const noexcept { return mPlugIn; }
   void SetObjectID(AudioObjectID inObjectID);
 
-  static HP_Object* GetObjectByID(AudioObjectID inObjectID);
+  // These two are inline, for they stand in the way of every call of the host.
+  static HP_Object* GetObjectByID(AudioObjectID inObjectID) {
+    const auto* theMap = sHP_ObjectIDMap.load(std::memory_order_acquire);
+    return theMap != nullptr ? theMap->GetObject(inObjectID) : nullptr;
+  }
+  static CAMutex* GetObjectStateMutexByID(AudioObjectID inObjectID) {
+    const auto* theMap = sHP_ObjectStateMutexMap.load(std::memory_order_acquire);
+    return theMap != nullptr ? theMap->Get(inObjectID) : nullptr;
+  }
   // Null also for an object of another class.
   static HP_Device* GetDeviceByID(AudioObjectID inObjectID);
   static HP_Stream* GetStreamByID(AudioObjectID inObjectID);
-  static CAMutex* GetObjectStateMutexByID(AudioObjectID inObjectID);
   // A null mutex makes the ID one without a mutex.
   static void SetObjectStateMutexForID(AudioObjectID inObjectID, CAMutex* inMutex);
   // Whether a class is another one or stands below it.
@@ -85,6 +95,11 @@ class HP_Object {
 
  private:
   HP_Property& GetActiveProperty(const AudioObjectPropertyAddress& inAddress) const;
+
+  // Made on first use and never freed, so that they outlive every object and every late call. The
+  // host's threads read both without a lock.
+  static constinit std::atomic<CATokenMap<HP_Object>*> sHP_ObjectIDMap;
+  static constinit std::atomic<CATokenIndex<CAMutex>*> sHP_ObjectStateMutexMap;
 
   AudioObjectID mObjectID;
   const AudioClassID mClassID;

@@ -1,18 +1,13 @@
 // The process-wide maps of HP_Object.
 
-#include <atomic>
-
 #include "device/HP_Device.h"
 #include "formats/HP_Stream.h"
-#include "objects/CATokenMap.h"
 #include "objects/HP_Object.h"
 
-namespace {
+constinit std::atomic<CATokenMap<HP_Object>*> HP_Object::sHP_ObjectIDMap{nullptr};
+constinit std::atomic<CATokenIndex<CAMutex>*> HP_Object::sHP_ObjectStateMutexMap{nullptr};
 
-// Made on first use and never freed, so that they outlive every object and every late call. The
-// host's threads read both without a lock.
-std::atomic<CATokenMap<HP_Object>*> sHP_ObjectIDMap{nullptr};
-std::atomic<CATokenIndex<CAMutex>*> sHP_ObjectStateMutexMap{nullptr};
+namespace {
 
 template <class T>
 T& GetOrCreate(std::atomic<T*>& ioMap) {
@@ -41,11 +36,6 @@ void HP_Object::SetObjectID(AudioObjectID inObjectID) {
   if (mObjectID != 0) GetOrCreate(sHP_ObjectIDMap).AddMapping(mObjectID, this);
 }
 
-HP_Object* HP_Object::GetObjectByID(AudioObjectID inObjectID) {
-  auto* theMap = sHP_ObjectIDMap.load(std::memory_order_acquire);
-  return theMap != nullptr ? theMap->GetObject(inObjectID) : nullptr;
-}
-
 HP_Device* HP_Object::GetDeviceByID(AudioObjectID inObjectID) {
   HP_Object* theObject = GetObjectByID(inObjectID);
   if (theObject == nullptr || !IsSubClass(theObject->mClassID, kAudioDeviceClassID)) return nullptr;
@@ -56,11 +46,6 @@ HP_Stream* HP_Object::GetStreamByID(AudioObjectID inObjectID) {
   HP_Object* theObject = GetObjectByID(inObjectID);
   if (theObject == nullptr || !IsSubClass(theObject->mClassID, kAudioStreamClassID)) return nullptr;
   return static_cast<HP_Stream*>(theObject);
-}
-
-CAMutex* HP_Object::GetObjectStateMutexByID(AudioObjectID inObjectID) {
-  auto* theMap = sHP_ObjectStateMutexMap.load(std::memory_order_acquire);
-  return theMap != nullptr ? theMap->Get(inObjectID) : nullptr;
 }
 
 void HP_Object::SetObjectStateMutexForID(AudioObjectID inObjectID, CAMutex* inMutex) {

@@ -10,16 +10,17 @@
 //   memory; what a token stands for is replaced in its node.
 // Thread: Get by any thread, wait-free, RT safe. Set by any thread; writers never wait for readers.
 // Ownership: owns its nodes, not what they point at.
-// Units and range: memory grows by one node for each distinct token ever set to more than null.
+// Units and range: memory grows by at most one node for each distinct token ever set to more than
+//   null.
 // Failure: Set throws std::bad_alloc.
 template <class T>
 class CATokenIndex {
  public:
   CATokenIndex() = default;
   ~CATokenIndex() {
-    for (auto& theBucket : mBuckets) {
-      for (Node* theNode = theBucket.load(std::memory_order_relaxed); theNode != nullptr;) {
-        Node* theNext = theNode->mNext;
+    for (Node& theFirst : mFirstNodes) {
+      for (Node* theNode = theFirst.mNext.load(std::memory_order_relaxed); theNode != nullptr;) {
+        Node* theNext = theNode->mNext.load(std::memory_order_relaxed);
         delete theNode;
         theNode = theNext;
       }
@@ -29,55 +30,62 @@ class CATokenIndex {
   CATokenIndex& operator=(const CATokenIndex&) = delete;
 
   T* Get(UInt32 inToken) const noexcept {
-    const Node* theNode = Find(GetBucket(inToken).load(std::memory_order_acquire), inToken);
-    return theNode != nullptr ? theNode->mObject.load(std::memory_order_acquire) : nullptr;
+    const UInt64 theKey = MakeKey(inToken);
+    for (const Node* theNode = &mFirstNodes[inToken % kNumberBuckets]; theNode != nullptr;
+         theNode = theNode->mNext.load(std::memory_order_acquire)) {
+      if (theNode->mKey.load(std::memory_order_relaxed) == theKey) {
+        return theNode->mObject.load(std::memory_order_acquire);
+      }
+    }
+    return nullptr;
   }
 
   void Set(UInt32 inToken, T* inObject) {
-    std::atomic<Node*>& theBucket = mBuckets[inToken % kNumberBuckets];
-    Node* theHead = theBucket.load(std::memory_order_acquire);
-    Node* theNewNode = nullptr;
-    for (;;) {
-      if (Node* theNode = Find(theHead, inToken)) {
-        theNode->mObject.store(inObject, std::memory_order_release);
+    const UInt64 theKey = MakeKey(inToken);
+    Node* theNode = &mFirstNodes[inToken % kNumberBuckets];
+    while (!theNode->IsOf(theKey, inObject != nullptr)) {
+      Node* theNext = theNode->mNext.load(std::memory_order_acquire);
+      if (theNext == nullptr) {
+        if (inObject == nullptr) return;
+        Node* theNewNode = new Node(theKey, inObject);
+        if (theNode->mNext.compare_exchange_strong(theNext, theNewNode, std::memory_order_release,
+                                                   std::memory_order_acquire)) {
+          return;
+        }
         delete theNewNode;
-        return;
       }
-      if (inObject == nullptr) {
-        delete theNewNode;
-        return;
-      }
-      if (theNewNode == nullptr) theNewNode = new Node(inToken, inObject);
-      theNewNode->mNext = theHead;
-      if (theBucket.compare_exchange_weak(theHead, theNewNode, std::memory_order_release,
-                                          std::memory_order_acquire)) {
-        return;
-      }
+      theNode = theNext;
     }
+    theNode->mObject.store(inObject, std::memory_order_release);
   }
 
  private:
   struct Node {
-    Node(UInt32 inToken, T* inObject) : mToken(inToken), mObject(inObject) {}
+    Node() = default;
+    Node(UInt64 inKey, T* inObject) : mKey(inKey), mObject(inObject) {}
 
-    const UInt32 mToken;
-    std::atomic<T*> mObject;
-    Node* mNext = nullptr;  // as it was when the node was published
+    // Whether the node is the token's, which may take it if nobody has.
+    bool IsOf(UInt64 inKey, bool inMayTake) {
+      UInt64 theKey = mKey.load(std::memory_order_relaxed);
+      if (theKey == 0 && inMayTake &&
+          mKey.compare_exchange_strong(theKey, inKey, std::memory_order_relaxed)) {
+        return true;
+      }
+      return theKey == inKey;
+    }
+
+    // 0 until a token takes the node, and then that token's for good. It orders nothing: until the
+    // object is stored, the token stands for null.
+    std::atomic<UInt64> mKey{0};
+    std::atomic<T*> mObject{nullptr};
+    std::atomic<Node*> mNext{nullptr};
   };
 
   // Tokens are handed out one after the other, so the low bits spread them evenly.
   static constexpr size_t kNumberBuckets = 256;
 
-  static const Node* Find(const Node* inNode, UInt32 inToken) noexcept {
-    while (inNode != nullptr && inNode->mToken != inToken) inNode = inNode->mNext;
-    return inNode;
-  }
-  static Node* Find(Node* inNode, UInt32 inToken) noexcept {
-    return const_cast<Node*>(Find(static_cast<const Node*>(inNode), inToken));
-  }
-  const std::atomic<Node*>& GetBucket(UInt32 inToken) const noexcept {
-    return mBuckets[inToken % kNumberBuckets];
-  }
+  static constexpr UInt64 MakeKey(UInt32 inToken) noexcept { return UInt64{1} << 32 | inToken; }
 
-  std::atomic<Node*> mBuckets[kNumberBuckets] = {};
+  // The first node of a bucket stands in the table itself, where a reader finds it at once.
+  Node mFirstNodes[kNumberBuckets];
 };

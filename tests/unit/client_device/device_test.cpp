@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <memory>
 #include <set>
 
@@ -211,6 +212,28 @@ TEST_F(Device, CycleUsageOfTheWrongSizeIsRefusedAndTheMutexReleased) {
   EXPECT_EQ(StatusOf([&] { Get().SetPropertyData(address, 0, nullptr, size, &usage, nullptr); }),
             561211770);
   EXPECT_TRUE(Get().GetDeviceStateMutex()->IsFree());
+}
+
+// The undefined behaviour sanitizer sees what this machine forgives.
+TEST_F(Device, DataNeedNotBeAligned) {
+  alignas(8) UInt8 bytes[8] = {};
+  UInt8* const data = bytes + 1;
+  UInt32 size = 4;
+  const Float32 half = 0.5f;
+  std::memcpy(data, &half, sizeof(half));
+  Get().SetPropertyData(CAPropertyAddress('ncyc'), 0, nullptr, size, data, nullptr);
+  std::memset(data, 0, size);
+  Get().GetPropertyData(CAPropertyAddress('ncyc'), 0, nullptr, size, data);
+  EXPECT_EQ(std::memcmp(data, &half, sizeof(half)), 0);
+
+  const SInt32 self = getpid();
+  const SInt32 nobody = -1;
+  Get().SetPropertyData(CAPropertyAddress('oink'), 0, nullptr, size, data, nullptr);
+  EXPECT_EQ(std::memcmp(data, &self, sizeof(self)), 0);
+  Get().SetPropertyData(CAPropertyAddress('oink'), 0, nullptr, size, data, nullptr);
+  std::memset(data, 0, size);
+  Get().GetPropertyData(CAPropertyAddress('oink'), 0, nullptr, size, data);
+  EXPECT_EQ(std::memcmp(data, &nobody, sizeof(nobody)), 0);
 }
 
 TEST_F(Device, OtherPropertiesAreTheBases) {

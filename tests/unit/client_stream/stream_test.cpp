@@ -167,6 +167,23 @@ TEST_F(Stream, TeardownOfAMixableStreamChangesNoFormat) {
   EXPECT_THAT(mStream->mTold, IsEmpty());
 }
 
+// The undefined behaviour sanitizer sees what this machine forgives.
+TEST_F(Stream, DataNeedNotBeAligned) {
+  alignas(8) UInt8 bytes[48] = {};
+  UInt8* const data = bytes + 1;
+  const UInt32 mixable = 1;
+  std::memcpy(data, &mixable, sizeof(mixable));
+  EXPECT_EQ(Set('mix?', sizeof(mixable), data), 0);
+  const AudioStreamBasicDescription format = Current();
+  std::memcpy(data, &format, sizeof(format));
+  EXPECT_EQ(Set('pft ', sizeof(format), data), 0);
+  EXPECT_EQ(Set('sfmt', sizeof(format), data), 0);
+  ASSERT_EQ(mStream->mTold.size(), 2u);
+  for (const AudioStreamBasicDescription& told : mStream->mTold) {
+    EXPECT_EQ(std::memcmp(&told, &format, sizeof(format)), 0);
+  }
+}
+
 TEST_F(Stream, FormatsOfTheWrongSizeAreRefused) {
   const AudioStreamBasicDescription format = Current();
   for (const UInt32 selector : {UInt32{'pft '}, UInt32{'sfmt'}}) {

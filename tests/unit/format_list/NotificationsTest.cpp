@@ -113,27 +113,16 @@ TEST_F(Notifications, ARateChangeOnTheSecondStreamNamesTheFirstStreamToo) {
                 "pft /outp/1", "pft /outp/0", "sfmt/outp/1", "sfmt/outp/0"});
 }
 
-TEST_F(Notifications, StartingChannelIsCountedWithItsOffset) {
+TEST_F(Notifications, StartingChannelIsNamedWithoutItsOffset) {
   const FormatStream& theStream = mDevice.AddFormatStream(false, 1, 4);
   Determine(theStream, Int16Format(44100), LinearPCM(24, kSigned | kPacked, 2));
-  ExpectDevice({"pft /outp/5", "nsr#/glob/0"});
+  ExpectDevice({"pft /outp/1", "pft /outp/0", "nsr#/glob/0"});
 }
 
-TEST_F(Notifications, AppendOnlyWhatIsNotThere) {
-  const FormatStream& theStream = mDevice.AddFormatStream(false, 2);
-  mDeviceList.AppendItem(CAPropertyAddress('nsr#', '****', 0xFFFFFFFF));
-  mStreamList.AppendItem(CAPropertyAddress('pft '));
-  Determine(theStream, Int16Format(44100), LinearPCM(24, kSigned | kPacked, 2));
-  EXPECT_EQ(mDeviceList.GetNumberItems(), 2u);
-  EXPECT_EQ(mStreamList.GetNumberItems(), 1u);
-}
-
-TEST_F(Notifications, EverythingAtOnce) {
-  const FormatStream& theStream = mDevice.AddFormatStream(true, 1);
-  mDevice.AddFormatStream(true, 3);
-  Determine(theStream, Int16Format(44100, 2), AC3(48000));
-  ExpectDevice({"pft /inpt/1", "pft /inpt/0", "nsr#/glob/0", "sfmt/inpt/1", "sfmt/inpt/0",
-                "nsrt/glob/0", "ltnc/inpt/0", "saft/inpt/0", "pft /inpt/3", "sfmt/inpt/3",
-                "mix?/glob/0"});
-  ExpectStream({"pft /glob/0", "sfmt/glob/0", "nsrt/glob/0", "ltnc/glob/0", "mix?/glob/0"});
+TEST_F(Notifications, ARateChangeNamesTheOtherStreamsWithoutTheirOffset) {
+  mDevice.AddFormatStream(false, 3, 2);
+  const FormatStream& theStream = mDevice.AddFormatStream(true, 2, 7);
+  Determine(theStream, Int16Format(44100), Int16Format(48000));
+  ExpectDevice({"pft /inpt/2", "sfmt/inpt/2", "nsrt/glob/0", "ltnc/inpt/0", "saft/inpt/0",
+                "ltnc/outp/0", "saft/outp/0", "pft /outp/3", "sfmt/outp/3"});
 }

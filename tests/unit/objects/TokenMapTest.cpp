@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "objects/CATokenMap.h"
+#include "support/CATokenIndex.h"
 
 namespace {
 
@@ -138,6 +139,79 @@ TEST(TokenMap, IsReadWhileItIsWritten) {
   theOtherReader.join();
   EXPECT_EQ(0, theWrong);
   EXPECT_LT(0, theSeen);
+}
+
+// Two threads that come to one point again and again, as nearly at once as may be.
+class Together {
+ public:
+  void Meet() {
+    const UInt32 theEnough = (++mCome + 1) / 2 * 2;
+    for (int theSpins = 0; mCome < theEnough; ++theSpins) {
+      if (theSpins > 1000) std::this_thread::yield();
+    }
+  }
+
+ private:
+  std::atomic<UInt32> mCome{0};
+};
+
+// Both want the same empty place of the table first, and then the same end of its list.
+TEST(TokenIndex, WritersThatMeetInABucketLoseNothing) {
+  constexpr UInt32 kRounds = 100;
+  constexpr UInt32 kBuckets = 256;
+  std::vector<int> theObjects(size_t{4} * kBuckets);
+  for (UInt32 theRound = 0; theRound < kRounds; ++theRound) {
+    CATokenIndex<int> theIndex;
+    Together theTogether;
+    auto theWrite = [&](UInt32 inWriter) {
+      for (UInt32 theBucket = 0; theBucket < kBuckets; ++theBucket) {
+        const UInt32 theToken = inWriter * kBuckets + theBucket;
+        theTogether.Meet();
+        theIndex.Set(theToken, &theObjects[theToken]);
+        theIndex.Set(theToken + 2 * kBuckets, &theObjects[theToken + 2 * kBuckets]);
+      }
+    };
+    std::thread theOther(theWrite, 1);
+    theWrite(0);
+    theOther.join();
+    for (UInt32 i = 0; i < theObjects.size(); ++i) ASSERT_EQ(&theObjects[i], theIndex.Get(i)) << i;
+  }
+}
+
+TEST(TokenIndex, OfTwoWritersOfOneTokenOneHolds) {
+  constexpr UInt32 kRounds = 2000;
+  CATokenIndex<int> theIndex;
+  int theObjects[2];
+  Together theTogether;
+  auto theSet = [&](int* inObject) {
+    for (UInt32 theToken = 0; theToken < kRounds; ++theToken) {
+      theTogether.Meet();
+      theIndex.Set(theToken, inObject);
+    }
+  };
+  std::thread theOther(theSet, &theObjects[1]);
+  theSet(&theObjects[0]);
+  theOther.join();
+  for (UInt32 theToken = 0; theToken < kRounds; ++theToken) {
+    int* theObject = theIndex.Get(theToken);
+    ASSERT_TRUE(theObject == &theObjects[0] || theObject == &theObjects[1]) << theToken;
+    theIndex.Set(theToken, nullptr);
+    ASSERT_EQ(nullptr, theIndex.Get(theToken)) << theToken;
+  }
+}
+
+TEST(TokenIndex, NothingSetTakesNoPlace) {
+  CATokenIndex<int> theIndex;
+  int theObject;
+  for (const UInt32 theToken : {0U, 1U, 256U, 0xFFFFFFFFU}) {
+    EXPECT_EQ(nullptr, theIndex.Get(theToken));
+    theIndex.Set(theToken, nullptr);
+    EXPECT_EQ(nullptr, theIndex.Get(theToken));
+    theIndex.Set(theToken, &theObject);
+    EXPECT_EQ(&theObject, theIndex.Get(theToken));
+    theIndex.Set(theToken, nullptr);
+    EXPECT_EQ(nullptr, theIndex.Get(theToken));
+  }
 }
 
 }  // namespace
