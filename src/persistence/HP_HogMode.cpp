@@ -107,18 +107,28 @@ bool HP_HogMode::CurrentProcessIsOwnerOrIsFree() const {
 }
 
 void HP_HogMode::Take() {
-  if (IsFree()) ChangeOwner(CAProcess::GetPID());
+  {
+    CAMutex::Locker theLocker(sSettingsStorageMutex);
+    if (!IsFree()) return;
+    StoreOwner(CAProcess::GetPID());
+  }
+  TellDevice();
+  SendHogModeChangedNotification();
 }
 
 void HP_HogMode::Release() {
-  if (CurrentProcessIsOwner()) ChangeOwner(kNobody);
-}
-
-void HP_HogMode::ChangeOwner(pid_t inOwner) {
-  mOwner.store(inOwner, std::memory_order_relaxed);
-  SetOwnerInPreference(inOwner);
+  {
+    CAMutex::Locker theLocker(sSettingsStorageMutex);
+    if (!CurrentProcessIsOwner()) return;
+    StoreOwner(kNobody);
+  }
   TellDevice();
   SendHogModeChangedNotification();
+}
+
+void HP_HogMode::StoreOwner(pid_t inOwner) {
+  mOwner.store(inOwner, std::memory_order_relaxed);
+  SetOwnerInPreference(inOwner);
 }
 
 void HP_HogMode::TellDevice() {
@@ -162,6 +172,17 @@ void HP_HogMode::SendHogModeChangedNotification() const {
   CACFDistributedNotification::PostNotification(mPrefName, nullptr, true);
 }
 
+bool HP_HogMode::TakeOverOwner() {
+  MarkPreferencesDirty();
+  // Held over all steps, or a claim of this process that is on its way to the file would be undone
+  // by what stood there before.
+  CAMutex::Locker theLocker(sSettingsStorageMutex);
+  const pid_t theNewOwner = GetOwnerFromPreference(false);
+  if (theNewOwner == GetOwner()) return false;
+  mOwner.store(theNewOwner, std::memory_order_relaxed);
+  return true;
+}
+
 void HP_HogMode::ChangeNotification(CFNotificationCenterRef, void* inObserver, CFStringRef,
                                     const void*, CFDictionaryRef) {
   CATokenMap<HP_HogMode>* theTokenMap = GetTokenMap();
@@ -169,9 +190,5 @@ void HP_HogMode::ChangeNotification(CFNotificationCenterRef, void* inObserver, C
   CAMutex::Locker theLocker(sNotificationMutex);
   HP_HogMode* theHogMode = theTokenMap->GetObject(inObserver);
   if (theHogMode == nullptr) return;
-  theHogMode->MarkPreferencesDirty();
-  const pid_t theNewOwner = theHogMode->GetOwnerFromPreference(false);
-  if (theNewOwner == theHogMode->GetOwner()) return;
-  theHogMode->mOwner.store(theNewOwner, std::memory_order_relaxed);
-  theHogMode->TellDevice();
+  if (theHogMode->TakeOverOwner()) theHogMode->TellDevice();
 }

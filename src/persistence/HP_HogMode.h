@@ -20,9 +20,9 @@ class HP_Device;
 //   cleared by whoever reads it next.
 // Thread: any. Property calls come under the device state mutex, ChangeNotification on the
 //   notification thread, where it takes that mutex; so who destroys the object does not hold it, as
-//   the destructor waits for a notification that is under way. The owner is an atomic, and the
-//   shared storage has a lock of its own under which no other is taken. With the owner known, the
-//   queries are one load: RT safe.
+//   the destructor waits for a notification that is under way. The owner is an atomic; the shared
+//   storage has a lock of its own, under which owner and file change together and no lock of a
+//   device is taken. With the owner known, the queries are one load: RT safe.
 // Ownership: owned by its device, which is borrowed; owns the key. Storage, its lock and the token
 //   map are the process's, made once and never freed.
 // Units and range: process ids; -1 stands for nobody, -2 for not yet read.
@@ -66,7 +66,9 @@ class HP_HogMode {
  private:
   static void StaticInitializer();
   static CATokenMap<HP_HogMode>* GetTokenMap() { return sTokenMap.load(std::memory_order_acquire); }
-  void ChangeOwner(pid_t inOwner);
+  void StoreOwner(pid_t inOwner);
+  // What the file says. False if that is no news.
+  bool TakeOverOwner();
   void TellDevice();
 
   static CASettingsStorage* sSettingsStorage;

@@ -1,11 +1,17 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
-#include <limits.h>
-
+#include <cerrno>
+#include <charconv>
 #include <cstdint>
-#include <string>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
 
 #include "runtime/TMBACLNO.h"
 #include "runtime/TMBString.h"
@@ -33,10 +39,10 @@ CFBooleanRef AsBoolean(bool inValue) {
 }
 
 // Writes the list to a file of that path. False if any of it failed.
-bool WriteList(CFPropertyListRef inList, const std::string& inPath) {
+bool WriteList(CFPropertyListRef inList, const char* inPath) {
   CFURLRef url = CFURLCreateFromFileSystemRepresentation(
-      kCFAllocatorDefault, reinterpret_cast<const UInt8*>(inPath.data()),
-      static_cast<CFIndex>(inPath.size()), false);
+      kCFAllocatorDefault, reinterpret_cast<const UInt8*>(inPath),
+      static_cast<CFIndex>(strlen(inPath)), false);
   CFWriteStreamRef stream =
       url != nullptr ? CFWriteStreamCreateWithFile(kCFAllocatorDefault, url) : nullptr;
   bool written = false;
@@ -52,6 +58,52 @@ bool WriteList(CFPropertyListRef inList, const std::string& inPath) {
   return written;
 }
 
+// What stands in the preference's place.
+struct OldFile {
+  explicit OldFile(const char* inPath) {
+    const int descriptor = open(inPath, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    struct stat status;
+    if (descriptor < 0) {
+      mMayBeReplaced = errno == ENOENT;
+    } else if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
+      mMayBeReplaced = mExists = true;
+      mMode = status.st_mode & 07777;
+    }
+    if (descriptor >= 0) close(descriptor);
+  }
+  bool mExists = false;
+  mode_t mMode = 0;
+  // Not what this process could not have written in its place, nor what is no plain file.
+  bool mMayBeReplaced = false;
+};
+
+// Whether this is a file that a writer of the preference did not live to put in its place. Such
+// files are named "PREFERENCE.PID.NUMBER.new".
+bool IsLeftover(std::string_view inName, std::string_view inPreference) {
+  if (!inName.starts_with(inPreference) || !inName.ends_with(".new")) return false;
+  inName.remove_prefix(inPreference.size());
+  if (!inName.starts_with('.')) return false;
+  inName.remove_prefix(1);
+  pid_t writer = 0;
+  const char* const end = inName.data() + inName.size();
+  const auto [rest, error] = std::from_chars(inName.data(), end, writer);
+  return error == std::errc() && rest != end && *rest == '.' && writer > 0 &&
+         kill(writer, 0) != 0 && errno == ESRCH;
+}
+
+void RemoveLeftovers(const char* inPath) {
+  const char* const slash = strrchr(inPath, '/');
+  if (slash == nullptr) return;
+  char folder[PATH_MAX];
+  snprintf(folder, sizeof folder, "%.*s", static_cast<int>(slash + 1 - inPath), inPath);
+  DIR* const directory = opendir(folder);
+  if (directory == nullptr) return;
+  while (const dirent* const entry = readdir(directory)) {
+    if (IsLeftover(entry->d_name, slash + 1)) unlinkat(dirfd(directory), entry->d_name, 0);
+  }
+  closedir(directory);
+}
+
 // Writes a file beside the preference and puts it in its place whole: a write that fails leaves
 // the old file, and no reader sees half of a new one.
 void WritePreference(CFDictionaryRef inPreference) {
@@ -62,16 +114,22 @@ void WritePreference(CFDictionaryRef inPreference) {
       CFURLGetFileSystemRepresentation(url, true, reinterpret_cast<UInt8*>(path), sizeof path);
   CFRelease(url);
   if (!known) return;
+  const OldFile old(path);
+  if (!old.mMayBeReplaced) return;
 
-  const std::string temporary =
-      std::string(path) + "." + std::to_string(getpid()) + "." + std::to_string(++sWrites) + ".new";
-  struct stat old;
-  const bool hasOld = stat(path, &old) == 0;
-  // Whoever might read the old one, and nobody else, may read the new one.
-  if (!WriteList(inPreference, temporary) ||
-      (hasOld && chmod(temporary.c_str(), old.st_mode & 07777) != 0) ||
-      rename(temporary.c_str(), path) != 0) {
-    unlink(temporary.c_str());
+  RemoveLeftovers(path);
+  char temporary[PATH_MAX + 32];
+  snprintf(temporary, sizeof temporary, "%s.%d.%u.new", path, static_cast<int>(getpid()),
+           static_cast<unsigned>(++sWrites));
+  // Whoever might read the old one, and nobody else, may read the new one, from the beginning on.
+  unlink(temporary);
+  const int made =
+      open(temporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, old.mExists ? 0600 : 0666);
+  if (made < 0) return;
+  close(made);
+  if (!WriteList(inPreference, temporary) || (old.mExists && chmod(temporary, old.mMode) != 0) ||
+      rename(temporary, path) != 0) {
+    unlink(temporary);
   }
 }
 

@@ -17,6 +17,7 @@
 #include "support/client/ClientDevice.h"
 #include "support/client/FakeHAL.h"
 #include "support/client/FakeServer.h"
+#include "support/telemetry/Telemetry.h"
 
 namespace tembra::test {
 namespace {
@@ -191,6 +192,35 @@ TEST_F(Engine, ATimedStartMovesAnEngineThatRunsForNullStarts) {
   EXPECT_GE(client.mLastOutputTime, time.mSampleTime);
   // The hardware was started once.
   EXPECT_EQ(mServer.CountMessages("listener", 'cadd'), 1);
+}
+
+TEST_F(Engine, AMoveIsRecordedWithTheAnchorThatTheEngineTook) {
+  const TelemetryIsAllowed allowed;
+  mDevice.reset();
+  mDevice = std::make_unique<ClientDevice>();
+  Device().Do_StartIOProc(nullptr);
+  ASSERT_TRUE(WaitFor([&] { return Device().GetIOCycleNumber() >= 2; }));
+  StartCapture(*Device().GetIOCycleTelemetry());
+  const UInt32 cycle = Device().GetIOCycleNumber();
+  ASSERT_TRUE(WaitFor([&] { return Device().GetIOCycleNumber() >= cycle + 2; }));
+  Client client;
+  const AudioDeviceIOProcID id = Add(client);
+  AudioTimeStamp time{};
+  Device().GetCurrentTime(time);
+  const Float64 now = time.mSampleTime;
+  time.mSampleTime += 1e9;
+  time.mFlags = 1;
+  Device().Do_StartIOProcAtTime(id, time, kHasStartTime);
+  Device().Do_StopAllIOProcs();
+  // Those of the cycle follow its beginning; that of a move comes while it sleeps.
+  const std::vector<Event> events = TakeAll(*Device().GetIOCycleTelemetry());
+  std::vector<Event> moves;
+  for (size_t i = 1; i < events.size(); ++i) {
+    if (events[i].mKind == 'sync' && events[i - 1].mKind != 'wrkb') moves.push_back(events[i]);
+  }
+  ASSERT_EQ(moves.size(), 1u);
+  EXPECT_GE(moves[0].mValues[2], now);
+  EXPECT_LT(moves[0].mValues[2], time.mSampleTime - 1e8) << "so far ahead no engine sleeps";
 }
 
 TEST_F(Engine, TheServerComesAndGoesUnderTheCycle) {

@@ -17,7 +17,12 @@ namespace {
 using testing::IsEmpty;
 
 constexpr UInt32 kScopes[] = {'glob', 'inpt', 'outp', 'ptru', '****'};
-constexpr UInt32 kElements = 4;
+// The whole, both channels, one that no stream has, and the wildcard, which is no channel either.
+constexpr UInt32 kElements[] = {0, 1, 2, 3, 0xFFFFFFFF};
+
+bool HasStream(UInt32 inElement) {
+  return inElement <= 2;
+}
 
 // Each code of four characters in the sources of the system and in the published headers, for a
 // selector that is met for the first time tomorrow is to be walked tomorrow.
@@ -53,18 +58,44 @@ const std::set<std::string> kOfAnySize = {
     "sfm#", "pft#", "sfma", "pfta", "nsr#", "srnd",                  // formats, layouts
     "clas", "bcls", "stdv", "ownd", "ctrl"};                         // the host's own
 
-// What a device or a control answers also where it does not claim to have it: its size and value do
-// not depend on where, or who, is asked.
-const std::set<std::string> kAnsweredBeyond = {
-    "diff", "dflt", "sflt", "ltnc", "saft", "slay", "stm#", "suse", "capp", "ccnm", "chnm", "cnnm",
-    "icon", "lccn", "lchn", "lcnn", "lnam", "lmak", "clkk", "muid", "uid ", "makr", "name"};
+// What an object of a class answers also where it does not claim to have it: a name that is none,
+// or a value that does not depend on where it is asked for.
+struct Beyond {
+  UInt32 mSize;
+  OSStatus mGetStatus = 0;
+  bool mIsSettable = false;
+};
+const std::map<std::string, std::map<std::string, Beyond>> kAnsweredBeyond = {
+    {"adev",
+     {{"diff", {4}},
+      {"dflt", {4}},
+      {"sflt", {4}},
+      {"ltnc", {4}},
+      {"saft", {4}},
+      {"slay", {24}},
+      {"stm#", {4}},
+      {"suse", {16, 0, true}},
+      {"capp", {8}},
+      {"icon", {8}},
+      {"lccn", {8}},
+      {"lchn", {8}},
+      {"lcnn", {8}},
+      {"ccnm", {1}},
+      {"chnm", {1}},
+      {"cnnm", {1}}}},
+    {"astr", {{"lnam", {8}}, {"lccn", {8}}, {"lchn", {8}}, {"lcnn", {8}}}},
+    {"vlme", {{"lnam", {8}}}},
+    {"mute", {{"lnam", {8}}}},
+    // The item stands in the qualifier, and none is given.
+    {"dsrc", {{"lnam", {8}}, {"clkk", {4, '!siz'}}}}};
 
 // The formats of the device: it has them in each direction that has streams, also for a channel
 // that no stream carries, where there is then nobody to ask.
 const std::set<std::string> kFormats = {"sfmt", "sfma", "pft ", "pfta", "sfm#", "sfm?", "sfmm",
                                         "pft#", "pft?", "pftm", "mix?", "nsrt", "nsr#", "****"};
 
-// A set of it is no plain set: it takes or gives up the device, whatever the value.
+// A set of it is no plain set: it takes or gives up the device, whatever the value, so that it
+// takes two of them to change nothing.
 bool IsToggle(const std::string& inSelector) {
   return inSelector == "oink";
 }
@@ -124,20 +155,20 @@ class Walk : public LiveDevice {
   }
 
   void Expect(bool inHolds, AudioObjectID inID, const AudioObjectPropertyAddress& inAddress,
-              const std::string& inWhat, OSStatus inStatus) {
+              const char* inWhat, OSStatus inStatus) {
     if (inHolds) return;
     const std::string status = inStatus == 0 ? "0" : TextOf(static_cast<UInt32>(inStatus));
-    Deviate(inID, inAddress, inWhat + ": " + status);
+    Deviate(inID, inAddress, std::string(inWhat) + ": " + status);
   }
 
   // What a get of what the object has answers, where not the value.
-  static OSStatus ExpectedGetStatus(const std::string& inSelector, UInt32 inStream) {
+  static OSStatus ExpectedGetStatus(const std::string& inSelector, bool inHasStream) {
     // No item has the ID that is asked for: there are no items.
     if (kNamesByTranslation.count(inSelector) != 0) return 'nope';
     // Items are asked for in the qualifier, and none is given.
     if (inSelector == "scin" || inSelector == "clkk") return '!siz';
     // A size in bytes needs a stream that has the channel.
-    if ((inSelector == "bsiz" || inSelector == "bsz#") && inStream == 0) return 'nope';
+    if ((inSelector == "bsiz" || inSelector == "bsz#") && !inHasStream) return 'nope';
     return 0;
   }
 
@@ -147,12 +178,13 @@ class Walk : public LiveDevice {
     Expect(inAnswer.settableStatus == 0, inID, inAddress, "has, but settable",
            inAnswer.settableStatus);
     Expect(inAnswer.sizeStatus == 0, inID, inAddress, "has, but size", inAnswer.sizeStatus);
-    Expect(inAnswer.size <= 4096, inID, inAddress, "a size of " + std::to_string(inAnswer.size), 0);
-    if (inAnswer.size > 4096) return;
+    if (inAnswer.size > 4096) {
+      Deviate(inID, inAddress, "a size of " + std::to_string(inAnswer.size));
+      return;
+    }
     if (inAnswer.settableStatus != 0 || inAnswer.sizeStatus != 0) return;
 
-    // Channels 1 and 2 have a stream, and so has the whole of the device.
-    const OSStatus expected = ExpectedGetStatus(selector, inAddress.mElement <= 2 ? 1 : 0);
+    const OSStatus expected = ExpectedGetStatus(selector, HasStream(inAddress.mElement));
     std::vector<UInt8> buffer = MakeBuffer(inAddress, inAnswer.size);
     UInt32 size = inAnswer.size;
     UInt8 nothing = 0;
@@ -171,15 +203,26 @@ class Walk : public LiveDevice {
         size = wrong;
         const OSStatus refused = AudioObjectGetPropertyData(
             inID, &inAddress, 0, nullptr, &size, other.empty() ? &nothing : other.data());
-        const bool isRefused = refused == '!siz' || (expected == 'nope' && refused == 'nope');
-        Expect(isRefused, inID, inAddress, "get of a wrong size", refused);
+        Expect(refused == '!siz', inID, inAddress, "get of a wrong size", refused);
       }
     }
-    if (status != 0 || IsToggle(selector)) return;
+    if (status != 0) return;
 
     // What was got can be set, if anything can, and changes nothing.
     status = AudioObjectSetPropertyData(inID, &inAddress, 0, nullptr, inAnswer.size,
                                         buffer.empty() ? &nothing : buffer.data());
+    if (IsToggle(selector) && status == 0) {
+      status =
+          AudioObjectSetPropertyData(inID, &inAddress, 0, nullptr, inAnswer.size, buffer.data());
+    }
+    if (inAnswer.settable && inAnswer.size != 0) {
+      for (const UInt32 wrong : {inAnswer.size + 1, inAnswer.size - 1}) {
+        std::vector<UInt8> other = MakeBuffer(inAddress, wrong + 1);
+        const OSStatus refused =
+            AudioObjectSetPropertyData(inID, &inAddress, 0, nullptr, wrong, other.data());
+        Expect(refused == '!siz', inID, inAddress, "set of a wrong size", refused);
+      }
+    }
     if (inAnswer.settable) {
       Expect(status == 0, inID, inAddress, "settable, but set", status);
       ++mSets;
@@ -193,23 +236,48 @@ class Walk : public LiveDevice {
     size = inAnswer.size;
     AudioObjectGetPropertyData(inID, &inAddress, 0, nullptr, &size,
                                again.empty() ? &nothing : again.data());
-    Expect(again == buffer || selector == "ownd", inID, inAddress,
-           "setting what was got changed it", 0);
+    Expect(again == buffer, inID, inAddress, "setting what was got changed it", 0);
+  }
+
+  const Beyond* FindBeyond(const std::string& inSelector) const {
+    const auto ofClass = kAnsweredBeyond.find(TextOf(mClass));
+    if (ofClass == kAnsweredBeyond.end()) return nullptr;
+    const auto found = ofClass->second.find(inSelector);
+    return found != ofClass->second.end() ? &found->second : nullptr;
+  }
+
+  void CheckBeyond(AudioObjectID inID, const AudioObjectPropertyAddress& inAddress,
+                   const Answer& inAnswer, const Beyond& inExpected) {
+    Expect(inAnswer.settableStatus == 0 && inAnswer.settable == inExpected.mIsSettable, inID,
+           inAddress, "beyond: settable", inAnswer.settableStatus);
+    Expect(inAnswer.sizeStatus == 0, inID, inAddress, "beyond: size", inAnswer.sizeStatus);
+    if (inAnswer.size != inExpected.mSize) {
+      Deviate(inID, inAddress, "a size of " + std::to_string(inAnswer.size));
+      return;
+    }
+    std::vector<UInt8> buffer = MakeBuffer(inAddress, inExpected.mSize);
+    UInt32 size = inExpected.mSize;
+    const OSStatus get =
+        AudioObjectGetPropertyData(inID, &inAddress, 0, nullptr, &size, buffer.data());
+    Expect(get == inExpected.mGetStatus, inID, inAddress, "beyond: get", get);
+    const OSStatus set =
+        AudioObjectSetPropertyData(inID, &inAddress, 0, nullptr, inExpected.mSize, buffer.data());
+    Expect(set == (inExpected.mIsSettable ? 0 : 'nope'), inID, inAddress, "beyond: set", set);
+    ++mBeyond;
   }
 
   void CheckNotHad(AudioObjectID inID, const AudioObjectPropertyAddress& inAddress,
                    const Answer& inAnswer) {
     const std::string selector = TextOf(inAddress.mSelector);
+    if (const Beyond* beyond = FindBeyond(selector); beyond != nullptr) {
+      CheckBeyond(inID, inAddress, inAnswer, *beyond);
+      return;
+    }
     std::vector<UInt8> buffer(256);
     UInt32 size = inAnswer.sizeStatus == 0 ? inAnswer.size : 4;
     ASSERT_LE(size, buffer.size());
     const OSStatus set =
         AudioObjectSetPropertyData(inID, &inAddress, 0, nullptr, size, buffer.data());
-    if (kAnsweredBeyond.count(selector) != 0) {
-      if (selector == "suse") return;
-      Expect(set == 'nope' || set == 'who?', inID, inAddress, "has not, but set", set);
-      return;
-    }
     Expect(set == 'who?', inID, inAddress, "has not, but set", set);
     const OSStatus get =
         AudioObjectGetPropertyData(inID, &inAddress, 0, nullptr, &size, buffer.data());
@@ -261,6 +329,7 @@ class Walk : public LiveDevice {
   int mSets = 0;
   int mFunctions = 0;
   int mWithoutStream = 0;
+  int mBeyond = 0;
   AudioDeviceIOProcID mIOProcID = nullptr;
 };
 
@@ -282,12 +351,12 @@ TEST_F(Walk, HasSettableSizeGetAndSetAgree) {
     mClass = GetNumber(object, Global('clas'));
     for (const UInt32 selector : selectors) {
       for (const UInt32 scope : kScopes) {
-        for (UInt32 element = 0; element < kElements; ++element) {
+        for (const UInt32 element : kElements) {
           const AudioObjectPropertyAddress address = {selector, scope, element};
           const Answer answer = Ask(object, address);
           if (kFunctions.count(TextOf(selector)) != 0) {
             CheckFunction(object, address, answer);
-          } else if (answer.has && object == mDevice && element == 3 &&
+          } else if (answer.has && object == mDevice && !HasStream(element) &&
                      kFormats.count(TextOf(selector)) != 0) {
             CheckFormatWithoutStream(object, address, answer);
           } else if (answer.has) {
@@ -303,6 +372,7 @@ TEST_F(Walk, HasSettableSizeGetAndSetAgree) {
   // One transfer function for each of the six volumes.
   EXPECT_EQ(mFunctions, 6);
   EXPECT_GT(mWithoutStream, 10);
+  EXPECT_GT(mBeyond, 100);
   EXPECT_GT(mGets, 1000);
   EXPECT_GT(mSets, 100);
   EXPECT_EQ(AudioDeviceDestroyIOProcID(mDevice, mIOProcID), 0);

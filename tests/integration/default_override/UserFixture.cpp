@@ -97,7 +97,12 @@ void UserFixture::RunAsUser(const std::function<void()>& inBody) {
 void UserFixture::RunInChild(const std::function<void()>& inBody) {
   const pid_t child = fork();
   if (child == 0) {
-    inBody();
+    try {
+      inBody();
+    } catch (const std::exception& error) {
+      // Else this child would go on with the tests that follow.
+      ADD_FAILURE() << error.what();
+    }
     std::fflush(nullptr);
     _exit(testing::Test::HasFailure() ? 1 : 0);
   }
@@ -187,10 +192,10 @@ bool UserFixture::BeginsWithJump(const char* inFunction) {
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
-  std::vector<std::string> places{"/var/run"};
+  std::vector<std::string> homes;
   // A user's own account names their home, whatever the environment says.
   const passwd* const account = getuid() != 0 ? getpwuid(getuid()) : nullptr;
-  if (account != nullptr) places.emplace_back(account->pw_dir);
-  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts(places));
+  if (account != nullptr) homes.emplace_back(account->pw_dir);
+  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts(homes));
   return RUN_ALL_TESTS();
 }

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "UserFixture.h"
+#include "runtime/TMBIPC.h"
 #include "support/Program.h"
 
 namespace tembra::test {
@@ -19,6 +20,7 @@ using testing::Not;
 namespace fs = std::filesystem;
 
 constexpr char kPIDFile[] = "/var/run/tmbipc/tmbserverd.0.pid";
+constexpr char kProtectionFile[] = "/var/run/tmbipc/tmbserverd.0.sip";
 constexpr char kSoundFile[] = "/var/run/tmbipc/tmbserverd.0.snd";
 
 class ServersHalf : public UserFixture {
@@ -49,6 +51,8 @@ TEST_F(ServersHalf, OfRootsServerIsStoredAndTakenBack) {
   EXPECT_EQ(status.st_mode & 07777, 0777U);
   EXPECT_THAT(server.Errors(), HasSubstr("tmbasrv: sound is allowed: "));
   EXPECT_THAT(server.Errors(), Not(HasSubstr("csrutil"))) << "no complaint of the shell's";
+  EXPECT_TRUE(fs::exists(kProtectionFile));
+  EXPECT_EQ(ReadFile(kProtectionFile), "") << "nor is it in the file";
   // A program of a user's that starts now is patched.
   RunAsUser([] {
     const AudioObjectID device = DeviceUnderTest();
@@ -85,22 +89,85 @@ TEST_F(ServersHalf, OfAUsersServerIsSaidToBeImpossible) {
     Program server("tmbasrv", {}, File("server"));
     WaitUntilReady(server);
     EXPECT_THAT(server.Errors(),
-                HasSubstr("tmbasrv: not root: cannot tell this machine's programs that sound is "
-                          "allowed; programs keep their own default output\n"));
+                HasSubstr("tmbasrv: not root: cannot tell this machine's programs of this server, "
+                          "nor that sound is allowed; programs keep their own default output\n"));
     server.Signal(SIGTERM);
     EXPECT_EQ(server.Wait(), 0) << "that is no failure";
   });
   EXPECT_FALSE(fs::exists("/var/run/tmbipc"));
 }
 
+TEST_F(ServersHalf, OfAUsersServerIsNotNeededWhereRootHasAllowedSound) {
+  AllowSound();
+  RunAsUser([] {
+    Program server("tmbasrv", {}, File("server"));
+    WaitUntilReady(server);
+    EXPECT_THAT(server.Errors(),
+                HasSubstr("nor that sound is allowed; root has allowed it before\n"));
+    server.Signal(SIGTERM);
+    EXPECT_EQ(server.Wait(), 0);
+  });
+  EXPECT_EQ(ReadFile(kSoundFile), "1");
+}
+
 TEST_F(ServersHalf, IsSaidToBeImpossibleWhereTheFilesCannotBeWritten) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
   fs::create_directories(std::string(kPIDFile) + "/inside");
+  fs::create_directories(std::string(kSoundFile) + "/inside");
   Program server("tmbasrv", {}, File("server"));
   WaitUntilReady(server);
   EXPECT_THAT(server.Errors(), HasSubstr("tmbasrv: cannot write below /var/run/tmbipc"));
   server.Signal(SIGTERM);
   EXPECT_EQ(server.Wait(), 0) << "that is no failure";
+}
+
+TEST_F(ServersHalf, AllowsSoundAlsoWhereItsIdCannotBeStored) {
+  if (!IsRoot()) GTEST_SKIP() << "needs root";
+  fs::create_directories(std::string(kPIDFile) + "/inside");
+  Program server("tmbasrv", {}, File("server"));
+  WaitUntilReady(server);
+  EXPECT_THAT(server.Errors(), HasSubstr("tmbasrv: sound is allowed: "));
+  EXPECT_THAT(server.Errors(), HasSubstr("; this server's process id cannot be stored"));
+  EXPECT_EQ(ReadFile(kSoundFile), "1");
+  server.Signal(SIGTERM);
+  EXPECT_EQ(server.Wait(), 0);
+  EXPECT_EQ(ReadFile(kSoundFile), "0");
+}
+
+TEST_F(ServersHalf, OfAKilledServerIsPutRightByTheNext) {
+  if (!IsRoot()) GTEST_SKIP() << "needs root";
+  std::string dead;
+  {
+    Program server("tmbasrv", {}, File("server"));
+    WaitUntilReady(server);
+    dead = std::to_string(server.Pid());
+    server.Signal(SIGKILL);
+    EXPECT_EQ(server.Wait(), 128 + SIGKILL);
+  }
+  EXPECT_EQ(ReadFile(kPIDFile), dead);
+  EXPECT_EQ(TMBIPC_GetServerPid(), -1) << "its id stands for no server";
+  EXPECT_EQ(ReadFile(kSoundFile), "1") << "nobody has taken it back";
+
+  Program server("tmbasrv", {}, File("next"));
+  WaitUntilReady(server);
+  EXPECT_EQ(TMBIPC_GetServerPid(), server.Pid());
+  EXPECT_EQ(ReadFile(kSoundFile), "1");
+  server.Signal(SIGTERM);
+  EXPECT_EQ(server.Wait(), 0) << server.Errors();
+  EXPECT_FALSE(fs::exists(kPIDFile));
+  EXPECT_EQ(ReadFile(kSoundFile), "0");
+}
+
+TEST_F(ServersHalf, IsTakenBackWhereTheIdIsGone) {
+  if (!IsRoot()) GTEST_SKIP() << "needs root";
+  Program server("tmbasrv", {}, File("server"));
+  WaitUntilReady(server);
+  // The folder is open to everyone.
+  fs::remove(kPIDFile);
+  server.Signal(SIGTERM);
+  EXPECT_EQ(server.Wait(), 0);
+  EXPECT_FALSE(fs::exists(kPIDFile));
+  EXPECT_EQ(ReadFile(kSoundFile), "0");
 }
 
 TEST_F(ServersHalf, IsNotTakenBackFromALaterServer) {
@@ -242,6 +309,12 @@ TEST_F(DefaultCommand, FailuresAndUsage) {
     EXPECT_THAT(result.mErrors, HasSubstr("cannot write " + Preference()));
     // What is left beside would be a file of ours.
     EXPECT_EQ(std::distance(fs::directory_iterator(Home() + "/Library/Preferences"), {}), 1);
+    fs::remove_all(Preference());
+    WritePreference(kOff);
+    ASSERT_EQ(chmod(Preference().c_str(), 0400), 0);
+    EXPECT_EQ(Run({"on"}).mErrors,
+              "tmbaudio: cannot write " + Preference() + ": Permission denied\n");
+    EXPECT_EQ(Witness(), R"({"isDefaultOutput": false})");
   });
 }
 

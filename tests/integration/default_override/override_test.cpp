@@ -1,6 +1,7 @@
 // The override as an application meets it: the plug-in's image is loaded by the HAL and patches the
 // HAL's functions in a process that is not root's.
 
+#include <CoreServices/GestaltPriv.h>
 #include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -44,6 +45,22 @@ TEST_F(Override, AnswersTheDeviceWhileTheKeySaysSo) {
     EXPECT_EQ(Default(), device) << "read anew each time";
     EXPECT_EQ(unlink(Preference().c_str()), 0);
     EXPECT_EQ(Default(), other);
+  });
+}
+
+TEST_F(Override, AValueOfAnotherTypeIsANumberOrFalse) {
+  AllowSound();
+  RunAsUser([] {
+    const AudioObjectID device = DeviceUnderTest();
+    const AudioObjectID other = OtherDevice();
+    const std::string key = "<dict><key>isDefaultOutput</key>";
+    for (const char* value : {"<string>true</string>", "<data>AQ==</data>", "<date/>", "<dict/>",
+                              "<array><true/></array>", "<integer>0</integer>"}) {
+      WritePreference(key + value + "</dict>");
+      EXPECT_EQ(Default(), other) << value;
+    }
+    WritePreference(key + "<integer>1</integer></dict>");
+    EXPECT_EQ(Default(), device);
   });
 }
 
@@ -121,6 +138,21 @@ TEST_F(Override, RecordsOnlyWholeIds) {
   });
 }
 
+TEST_F(Override, AFileThatMayNotBeWrittenIsNotReplaced) {
+  AllowSound();
+  RunAsUser([] {
+    const AudioObjectID device = DeviceUnderTest();
+    WritePreference(kOff);
+    const std::string before = ReadFile(Preference());
+    ASSERT_EQ(chmod(Preference().c_str(), 0400), 0);
+    EXPECT_EQ(SetDefault(device), 0) << "the platform's answer";
+    EXPECT_EQ(ReadFile(Preference()), before);
+    ASSERT_EQ(chmod(Preference().c_str(), 0600), 0);
+    EXPECT_EQ(SetDefault(device), 0);
+    EXPECT_EQ(Witness(), R"({"isDefaultOutput": true})");
+  });
+}
+
 TEST_F(Override, IsInertWithoutADevice) {
   AllowSound();
   RunAsUser([] {
@@ -187,6 +219,39 @@ TEST_F(Override, NeedsSoundToBeAllowedWhenTheImageIsLoaded) {
     WritePreference(kOn);
     EXPECT_EQ(Default(), other);
   });
+}
+
+TEST_F(Override, NeedsASystemWhoseVersionPermitsSound) {
+  struct Row {
+    int32_t mMajor, mMinor;
+    const char* mProtection;  // what the system said of it; null if there is no file
+    bool mIsPermitted;
+  };
+  constexpr char kOffText[] = "System Integrity Protection status: disabled.\n";
+  constexpr char kOnText[] = "System Integrity Protection status: enabled.\n";
+  AllowSound();
+  for (const Row& row :
+       {Row{10, 13, nullptr, true}, Row{10, 13, kOnText, true}, Row{9, 15, kOnText, true},
+        Row{10, 14, nullptr, false}, Row{10, 14, kOnText, false}, Row{10, 14, kOffText, true},
+        Row{10, 15, kOffText, false}, Row{11, 0, kOffText, false}}) {
+    const char* const sip = "/var/run/tmbipc/tmbserverd.0.sip";
+    fs::remove(sip);
+    if (row.mProtection != nullptr) std::ofstream(sip) << row.mProtection;
+    const std::string name = std::to_string(row.mMajor) + "." + std::to_string(row.mMinor) + " " +
+                             (row.mProtection != nullptr ? row.mProtection : "");
+    SCOPED_TRACE(name);
+    RunAsUser([&] {
+      TembraGestaltSetSystemVersion(row.mMajor, row.mMinor, 6);
+      const AudioObjectID device = DeviceUnderTest();
+      const AudioObjectID other = OtherDevice();
+      WritePreference(
+          "<dict><key>isDefaultOutput</key><true/>"
+          "<key>isSystemOutput</key><true/></dict>");
+      for (const AudioObjectPropertySelector selector : {'dOut', 'sOut'}) {
+        EXPECT_EQ(Default(selector), row.mIsPermitted ? device : other);
+      }
+    });
+  }
 }
 
 TEST_F(Override, ALaterChangeOfThatDoesNotReachARunningProcess) {

@@ -6,7 +6,6 @@
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
   tembra::test::PrivateRuntime runtime;
-  // The file lies in a fixed place: the tests have one of their own.
-  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts({"/Library"}));
+  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts);
   return RUN_ALL_TESTS();
 }

@@ -127,10 +127,10 @@ TEST(HostTime, IsTheMonotonicClockInNanoseconds) {
 // replaces it, and nothing behind it that cannot be moved.
 TEST(PatchableEntry, BeginsWithCodeThatCanBeMoved) {
   const unsigned char expected[] = {
-      0x0F, 0x1F, 0x44, 0x00, 0x00,              // nop, five bytes
-      0x55,                                      // push %rbp
-      0x48, 0x89, 0xE5,                          // mov %rsp, %rbp
-      0x48, 0x81, 0xEC, 0x10, 0x00, 0x00, 0x00,  // sub $16, %rsp
+      0x66, 0x66, 0x2E, 0x0F, 0x1F, 0x84, 0x00, 0x00, 0x00, 0x00, 0x00,  // nop, eleven bytes
+      0x55,                                                              // push %rbp
+      0x48, 0x89, 0xE5,                                                  // mov %rsp, %rbp
+      0x48, 0x81, 0xEC, 0x10, 0x00, 0x00, 0x00,                          // sub $16, %rsp
   };
   for (const char* name : {"AudioObjectGetPropertyData", "AudioObjectSetPropertyData"}) {
     const void* const entry = dlsym(RTLD_DEFAULT, name);

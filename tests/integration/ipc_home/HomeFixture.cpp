@@ -130,6 +130,6 @@ bool HomeFixture::IsVictimUnharmed(const std::string& inPath) {
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
-  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts({"/var/run"}));
+  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts);
   return RUN_ALL_TESTS();
 }

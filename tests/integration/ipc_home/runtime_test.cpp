@@ -90,6 +90,16 @@ TEST_F(InitRuntime, AHomeThatCannotBeHadIsTold) {
   EXPECT_THAT(gProcess.mLog, ElementsAre("3 TMBIPC[E]: Could not create IPC home."));
 }
 
+TEST_F(InitRuntime, AnExistingHomeThatCannotBeOpenedToAllIsTold) {
+  MakeHome();
+  if (mount("home", kHome, "tmpfs", MS_RDONLY, nullptr) != 0) GTEST_SKIP() << "needs a mount";
+  EXPECT_EQ(TMBIPC_InitRuntime(), 0);
+  EXPECT_EQ(TMBIPC_SetServerPid(4711), 0);
+  EXPECT_EQ(umount(kHome), 0);
+  EXPECT_THAT(gProcess.mLog, ElementsAre("3 TMBIPC[E]: Could not create IPC home.",
+                                         "3 TMBIPC[E]: Could not create IPC home."));
+}
+
 TEST_F(InitRuntime, KeepsTheFilesOfAnExistingHome) {
   MakeHome();
   Write(std::string(kHome) + "/speech.1.ipc", "channel");

@@ -30,8 +30,10 @@ OSStatus SetLayout(AudioObjectID inDevice, UInt32 inScope, const AudioChannelLay
 //   listen               says "ready" and then, for each change of the stereo pair or layout that a
 //                        listener hears, the time, the selector, the scope and the first two
 //                        values; runs until it is killed
+//   listen-as-another    the same as another user
 //   pair LEFT RIGHT      sets the output pair and says when
 //   read                 says the pairs and the first labels of the layouts
+constexpr int kThereIsNoOther = 77;  // what it answers where it cannot become another user
 int RunRole(const std::vector<std::string>& inArguments);
 
 }  // namespace tembra::test

@@ -10,7 +10,6 @@ int main(int argc, char** argv) {
   }
   testing::InitGoogleTest(&argc, argv);
   tembra::test::PrivateRuntime runtime;
-  // The preferences of all users lie in a fixed place, and posts to all users go by way of /tmp.
-  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts({"/Library", "/tmp"}));
+  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts);
   return RUN_ALL_TESTS();
 }

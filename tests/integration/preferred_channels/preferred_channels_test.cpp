@@ -44,10 +44,13 @@ struct Heard {
 // Another process that listens, for as long as this object lives.
 class ListeningProcess {
  public:
-  ListeningProcess() : mProgram(kProgram, {"--role", "listen"}, Prefix("listener")) {
-    EXPECT_TRUE(WaitUntil([this] { return mProgram.Output().find("ready\n") == 0; }))
-        << mProgram.Errors();
+  explicit ListeningProcess(const char* inRole = "listen")
+      : mProgram(kProgram, {"--role", inRole}, Prefix("listener")) {
+    EXPECT_TRUE(WaitUntil([this] { return IsReady() || !mProgram.Running(); }));
+    if (!IsReady()) mStatus = mProgram.Wait();
+    EXPECT_TRUE(IsReady() || mStatus == kThereIsNoOther) << mProgram.Errors();
   }
+  bool IsReady() const { return mProgram.Output().find("ready\n") == 0; }
 
   std::vector<Heard> GetHeard() const {
     std::vector<Heard> heard;
@@ -60,14 +63,17 @@ class ListeningProcess {
     }
     return heard;
   }
-  // Waits until that many changes were heard.
+  // Waits until that many changes were heard; the answer has no fewer.
   std::vector<Heard> WaitFor(size_t inCount) const {
     EXPECT_TRUE(WaitUntil([&] { return GetHeard().size() >= inCount; })) << mProgram.Output();
-    return GetHeard();
+    std::vector<Heard> heard = GetHeard();
+    if (heard.size() < inCount) heard.resize(inCount, {0, "nothing"});
+    return heard;
   }
 
  private:
   Program mProgram;
+  int mStatus = -1;
 };
 
 class Processes : public testing::Test {
@@ -152,6 +158,13 @@ TEST_F(Processes, AValueSetAgainIsToldToNobodyElse) {
   ASSERT_EQ(heard.size(), 2u);
   EXPECT_EQ(heard[0].mWhat, "dch2 outp 2 1");
   EXPECT_EQ(heard[1].mWhat, "dch2 inpt 2 2");
+}
+
+TEST_F(Processes, ASetPairIsHeardByAnotherUser) {
+  const ListeningProcess listener("listen-as-another");
+  if (!listener.IsReady()) GTEST_SKIP() << "there is one user only";
+  ASSERT_EQ(SetPair(mDevice, 'outp', 2, 1), 0);
+  EXPECT_EQ(listener.WaitFor(1)[0].mWhat, "dch2 outp 2 1");
 }
 
 TEST_F(Processes, ASetLayoutIsHeardInAnotherProcess) {

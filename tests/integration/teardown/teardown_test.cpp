@@ -32,7 +32,7 @@ struct State {
 std::vector<State> AllStates() {
   std::vector<State> states;
   for (const bool isMaster : {true, false}) {
-    for (const char* when : {"idle", "sounding", "pending", "inside"}) {
+    for (const char* when : {"idle", "sounding", "pending", "inside", "owning"}) {
       states.push_back({isMaster, when});
     }
   }
@@ -53,13 +53,7 @@ class TakeDown : public testing::TestWithParam<State> {
       EXPECT_TRUE(WaitUntil([this] { return mMaster->Output() == "ready\n"; }))
           << mMaster->Errors();
     }
-    if (std::string(GetParam().mWhen) == "sounding") {
-      mServer = std::make_unique<Program>(
-          "tmbasrv",
-          std::vector<std::string>{"--private", "--quiet", "--stats", Path("stats.json"), "--json"},
-          Path("server"));
-      EXPECT_TRUE(WaitUntil(tools::ServerLink::ServerLives)) << mServer->Errors();
-    }
+    if (std::string(GetParam().mWhen) == "sounding") StartServer();
   }
   ~TakeDown() override {
     std::error_code ignored;
@@ -73,6 +67,13 @@ class TakeDown : public testing::TestWithParam<State> {
   static Program Start(std::vector<std::string> inRole, const char* inName) {
     inRole.insert(inRole.begin(), "--role");
     return Program(kProgram, inRole, Path(inName));
+  }
+  void StartServer() {
+    mServer = std::make_unique<Program>(
+        "tmbasrv",
+        std::vector<std::string>{"--private", "--quiet", "--stats", Path("stats.json"), "--json"},
+        Path("server"));
+    EXPECT_TRUE(WaitUntil(tools::ServerLink::ServerLives)) << mServer->Errors();
   }
   // Sees the process under test to its end.
   void Await(Program& ioProgram) {
@@ -104,20 +105,32 @@ class TakeDown : public testing::TestWithParam<State> {
     EXPECT_EQ(python.Output(), "20 0.25 44100.0\n");
   }
 
+  // The server ends; what it says of those clients that were the process under test.
+  std::vector<nlohmann::json> EndServer() {
+    mServer->Signal(SIGTERM);
+    EXPECT_EQ(mServer->Wait(), 0) << mServer->Errors();
+    const nlohmann::json statistics = nlohmann::json::parse(ReadFile(Path("stats.json")));
+    std::vector<nlohmann::json> clients;
+    for (const nlohmann::json& client : statistics["ended"]) {
+      if (client["pid"] == mPid) clients.push_back(client);
+    }
+    return clients;
+  }
   // The server has heard audio and a farewell from each run of the process.
   void ExpectFarewells(size_t inRuns) {
     if (mServer == nullptr) return;
-    mServer->Signal(SIGTERM);
-    ASSERT_EQ(mServer->Wait(), 0) << mServer->Errors();
-    const nlohmann::json statistics = nlohmann::json::parse(ReadFile(Path("stats.json")));
-    size_t farewells = 0;
-    for (const nlohmann::json& client : statistics["ended"]) {
-      if (client["pid"] != mPid) continue;
+    const std::vector<nlohmann::json> clients = EndServer();
+    EXPECT_EQ(clients.size(), inRuns);
+    for (const nlohmann::json& client : clients) {
       EXPECT_EQ(client["state"], "ended") << client.dump();
       EXPECT_GT(client["blocks"], 0) << client.dump();
-      ++farewells;
     }
-    EXPECT_EQ(farewells, inRuns) << statistics.dump();
+  }
+  // Others may own the device now, and need not find out first that the owner is gone.
+  static void ExpectNoOwner() {
+    const std::string owners = ReadFile("/tmp/com.apple.audio.hogmode.plist");
+    EXPECT_THAT(owners, HasSubstr("<plist"));
+    EXPECT_THAT(owners, Not(HasSubstr("HogMode.Owner-")));
   }
 
   const fs::path mFolder = "/Library/Preferences/Audio";
@@ -135,6 +148,7 @@ TEST_P(TakeDown, ByUnloading) {
   RunRole({"unload", GetParam().mWhen, "4"});
   ExpectSettings(GetParam().mIsMaster);
   ExpectFarewells(4);
+  ExpectNoOwner();
 }
 
 // At the end of the process: the full way in the master, the short one elsewhere.
@@ -142,6 +156,7 @@ TEST_P(TakeDown, ByExit) {
   RunRole({"exit", GetParam().mWhen});
   ExpectSettings(GetParam().mIsMaster);
   ExpectFarewells(1);
+  ExpectNoOwner();
 }
 
 class TakeDownFromWithin : public TakeDown {};
@@ -164,6 +179,31 @@ TEST_P(TakeDown, UnderAStormOfNotifications) {
   Program disturber = Start({"disturb"}, "disturber");
   Await(program);
   EXPECT_TRUE(disturber.Running()) << disturber.Errors();
+}
+
+// A server that comes when the retries of a device are cut short.
+class TakeDownBeforeTheServer : public TakeDown {
+ protected:
+  std::vector<nlohmann::json> GetClients(const std::vector<std::string>& inRole) {
+    Program program = Start(inRole, "role");
+    EXPECT_TRUE(WaitUntil([&] { return program.Output().ends_with("ready\n"); }))
+        << program.Output();
+    StartServer();
+    EXPECT_EQ(program.Wait(), 0) << program.Output() << program.Errors();
+    mPid = program.Pid();
+    return EndServer();
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(States, TakeDownBeforeTheServer,
+                         testing::Values(State{true, "pending"}, State{false, "pending"}), NameOf);
+
+TEST_P(TakeDownBeforeTheServer, ItHearsNothing) {
+  EXPECT_EQ(GetClients({"outlive"}).size(), 0u);
+}
+
+TEST_P(TakeDownBeforeTheServer, ItWouldHearOfADeviceThatStays) {
+  EXPECT_EQ(GetClients({"outlive", "stays"}).size(), 1u);
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 namespace tembra::test {
 
 // Processes that the tests start from this executable. Each prints "ready" and runs until it is
-// ended by a signal, but for the stranger.
+// ended by a signal, but for the last two.
 
 // Plays a tone on the default output device.
 int Play();
@@ -22,6 +22,11 @@ bool IsWhole(const CAHALIOCycleRawTelemetryEvent& inEvent);
 
 // As another user: asks for the telemetry at the socket. Prints the bytes that came back.
 int AskAsStranger(const std::string& inSocket);
+
+// Records as many events without a system call, and then, if so ordered, makes one, which ends it
+// by SIGSYS. Ends with kNotConfined where system calls cannot be forbidden.
+constexpr int kNotConfined = 5;
+int RecordConfined(bool inCallsAtTheEnd);
 
 int RunRole(const std::vector<std::string>& inArguments);
 

@@ -9,6 +9,6 @@ int main(int argc, char** argv) {
   }
   testing::InitGoogleTest(&argc, argv);
   // Whether the machine's own marker file is there must not matter, and a test makes one.
-  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts({"/var/db"}));
+  testing::AddGlobalTestEnvironment(new tembra::test::PrivateMounts);
   return RUN_ALL_TESTS();
 }

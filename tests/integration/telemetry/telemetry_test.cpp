@@ -21,6 +21,7 @@
 #include "ports/PortWire.h"
 #include "support/PrivateRuntime.h"
 #include "support/Program.h"
+#include "support/Sanitizers.h"
 #include "tools/TelemetryReader.h"
 
 namespace tembra::test {
@@ -167,8 +168,9 @@ TEST_F(Telemetry, TheCommandStartsDrainsSumsUpAndStops) {
 
   result = Run({"summary"});
   EXPECT_EQ(result.mStatus, 0);
-  EXPECT_THAT(result.mOutput, HasSubstr("lateness"));
-  EXPECT_THAT(result.mOutput, HasSubstr("overloads"));
+  for (const char* text : {"cycles", "overloads", "lateness", "time in procedures"}) {
+    EXPECT_THAT(result.mOutput, HasSubstr(text));
+  }
 
   result = Run({"stop"});
   EXPECT_EQ(result.mStatus, 0);
@@ -217,6 +219,26 @@ TEST_F(Telemetry, TheCommandLetsOneChooseAmongProcessesAndDoesNotCountItself) {
   const Result alone = Run({"start"});
   EXPECT_EQ(alone.mStatus, 0) << alone.mErrors;
   EXPECT_THAT(alone.mOutput, HasSubstr(Pid(first)));
+}
+
+TEST_F(Telemetry, TheCommandFailsWhereItsOutputGoesNowhere) {
+  Program player = Start("play");
+  ASSERT_EQ(Run({"start"}).mStatus, 0);
+  Program full(
+      "/bin/sh",
+      {"-c", "exec \"$0\" telemetry summary > /dev/full", TEMBRA_BINARY_DIR "/bin/tmbaudio"},
+      NewPrefix());
+  EXPECT_EQ(full.Wait(), 1);
+  EXPECT_THAT(full.Errors(), HasSubstr("standard output cannot be written"));
+}
+
+TEST_F(Telemetry, TheCommandsHelpSaysHowToEnableTelemetryAndWhatItsStatusMeans) {
+  const Result result = Run({"--help"});
+  EXPECT_EQ(result.mStatus, 0);
+  for (const char* text : {"start", "stop", "drain", "summary", kVariable, kMarkerFile,
+                           "Exit status: 0 ok, 1 failed, 2 usage."}) {
+    EXPECT_THAT(result.mOutput, HasSubstr(text));
+  }
 }
 
 TEST_F(Telemetry, AStoppedProcessIsGivenUp) {
@@ -347,6 +369,17 @@ TEST_F(Telemetry, AnotherUsersReaderGetsNothingAndTakesNothing) {
   EXPECT_EQ(stranger.Output(), "0\n");
   // 200,000 events wrapped the ring once: what lies between the reader and the writer is there.
   EXPECT_EQ(reader.Drain().size(), kWrittenEvents - 131072u);
+}
+
+TEST_F(Telemetry, RecordingMakesNoSystemCall) {
+  if (kSanitized) GTEST_SKIP() << "a sanitizer makes calls of its own";
+  setenv(kVariable, "1", 1);
+  Program told("/proc/self/exe", {"--role", "confined", "and call"}, NewPrefix());
+  const int status = told.Wait();
+  if (status == kNotConfined) GTEST_SKIP() << "system calls cannot be forbidden here";
+  EXPECT_EQ(status, 128 + SIGSYS) << "a call is seen";
+  EXPECT_EQ(Program("/proc/self/exe", {"--role", "confined"}, NewPrefix()).Wait(), 0);
+  unsetenv(kVariable);
 }
 
 // One that asks and asks and takes no answer.

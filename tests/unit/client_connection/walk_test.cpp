@@ -16,6 +16,7 @@
 
 #include "ConnectionModel.h"
 #include "client/TMBAudioServer.h"
+#include "support/Sanitizers.h"
 #include "support/client/ClientDevice.h"
 #include "support/client/FakeHAL.h"
 #include "support/client/FakeServer.h"
@@ -23,7 +24,7 @@
 namespace tembra::test {
 namespace {
 
-constexpr int kWalks = 100000;
+constexpr int kWalks = kSanitized ? 20000 : 100000;
 constexpr int kShards = 10;
 constexpr int kWalksOfADevice = 500;
 constexpr int kMaximumSteps = 20;

@@ -90,6 +90,17 @@ Boolean CFWriteStreamOpen(CFWriteStreamRef inStream) {
   return sReal(inStream);
 }
 
+CFIndex CFPropertyListWrite(CFPropertyListRef inList, CFWriteStreamRef inStream,
+                            CFPropertyListFormat inFormat, CFOptionFlags inOptions,
+                            CFErrorRef* outError) {
+  static const auto sReal =
+      reinterpret_cast<decltype(&CFPropertyListWrite)>(dlsym(RTLD_NEXT, "CFPropertyListWrite"));
+  if (!gPlatform.mIsDiskFull) return sReal(inList, inStream, inFormat, inOptions, outError);
+  const UInt8 half[] = {'b', 'p', 'l', 'i', 's', 't'};
+  CFWriteStreamWrite(inStream, half, sizeof half);
+  return 0;
+}
+
 namespace tembra::test {
 
 OverrideFixture::OverrideFixture() {

@@ -39,6 +39,7 @@ struct FakePlatform {
   std::string mHome;
   std::vector<std::string> mLog;  // "PRIORITY text"
   int mOpenedForWriting = 0;
+  bool mIsDiskFull = false;
 };
 extern FakePlatform gPlatform;
 

@@ -1,10 +1,15 @@
 // The preference file.
 
 #include <CoreFoundation/CoreFoundation.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include "OverrideFixture.h"
 #include "runtime/TMBACLNO.h"
@@ -179,6 +184,60 @@ TEST_F(Preference, AWriteThatFailsIsSilentAndLeavesTheOldFile) {
   EXPECT_TRUE(fs::exists(PreferenceFile() + "/inside"));
   EXPECT_THAT(Folder(), ElementsAre("com.tembra.tmbsound.rte.plist"));
   EXPECT_THAT(gPlatform.mLog, IsEmpty());
+}
+
+TEST_F(Preference, AWriteThatStopsHalfWayIsSilentAndLeavesTheOldFile) {
+  gPlatform.mIsDiskFull = true;
+  tmbclno_set_default_output(true, false);
+  EXPECT_THAT(Folder(), IsEmpty());
+  WritePreference("<dict><key>isDefaultOutput</key><false/></dict>");
+  const std::string before = ReadRaw();
+  tmbclno_set_default_output(true, false);
+  EXPECT_EQ(ReadRaw(), before);
+  EXPECT_THAT(Folder(), ElementsAre("com.tembra.tmbsound.rte.plist"));
+  EXPECT_EQ(gPlatform.mOpenedForWriting, 2);
+  EXPECT_THAT(gPlatform.mLog, IsEmpty());
+}
+
+TEST_F(Preference, WhatIsNoPlainFileIsNotReplaced) {
+  // A socket can be neither read nor written as a file, and yet be renamed over.
+  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{AF_UNIX, {}};
+  const std::string path = mRuntime.File("s");
+  ASSERT_LT(path.size(), sizeof address.sun_path);
+  strcpy(address.sun_path, path.c_str());
+  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(rename(path.c_str(), PreferenceFile().c_str()), 0);
+  tmbclno_set_default_output(true, false);
+  EXPECT_TRUE(fs::is_socket(PreferenceFile()));
+  EXPECT_EQ(gPlatform.mOpenedForWriting, 0);
+  EXPECT_THAT(gPlatform.mLog, IsEmpty());
+  close(listener);
+}
+
+TEST_F(Preference, AWriteSweepsAwayWhatKilledWritersLeft) {
+  const pid_t dead = fork();
+  if (dead == 0) _exit(0);
+  ASSERT_EQ(waitpid(dead, nullptr, 0), dead);
+  const std::string gone = "." + std::to_string(dead);
+  const std::string alive = "." + std::to_string(getpid());
+  const std::vector<std::string> leftovers{gone + ".0.new", gone + ".17.new", gone + ".new"};
+  // Of a live writer, of other files, and of other makers.
+  const std::vector<std::string> others{alive + ".0.new", ".new",      gone + "0x.new",
+                                        gone + ".0.old",  ".-1.0.new", ".0.0.new",
+                                        ".backup",        gone,        ".x.0.new"};
+  for (const auto& names : {leftovers, others}) {
+    for (const std::string& name : names) std::ofstream(PreferenceFile() + name) << "half";
+  }
+  std::ofstream(mRuntime.File("Library/Preferences/other.plist") + gone + ".0.new") << "half";
+
+  tmbclno_set_default_output(false, false);
+  EXPECT_EQ(Folder().size(), leftovers.size() + others.size() + 1) << "nothing was written";
+  tmbclno_set_default_output(true, false);
+  for (const std::string& name : leftovers) EXPECT_FALSE(fs::exists(PreferenceFile() + name));
+  for (const std::string& name : others) EXPECT_TRUE(fs::exists(PreferenceFile() + name)) << name;
+  EXPECT_EQ(Folder().size(), others.size() + 2);
+  EXPECT_EQ(Witness(), R"({"isDefaultOutput": true})");
 }
 
 TEST_F(Preference, IsHandedOutMutableOrNot) {

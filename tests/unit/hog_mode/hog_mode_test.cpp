@@ -227,6 +227,47 @@ TEST_F(HogMode, AClaimReachesTheCacheTheFileTheDeviceAndThenTheOthers) {
               ElementsAre("cache -1", "file -1", "state changed", "properties", "notification"));
 }
 
+// Between the owner in memory and the one in the file, another thread is told of an older change.
+class InterruptedHogMode : public HP_HogMode {
+ public:
+  using HP_HogMode::HP_HogMode;
+  ~InterruptedHogMode() override { Join(); }
+  void SetOwnerInPreference(pid_t inOwner) const override {
+    if (!mTold.joinable()) {
+      void* observer = const_cast<void*>(FakeNotifications::Get().GetObservers(kKey).back());
+      mTold = std::thread([this, observer] {
+        mHasBegun = true;
+        ChangeNotification(nullptr, observer, CFSTR("name"), nullptr, nullptr);
+      });
+      // The other thread has every chance to come between.
+      while (!mHasBegun) std::this_thread::yield();
+      for (int i = 0; i < 10000; ++i) std::this_thread::yield();
+    }
+    HP_HogMode::SetOwnerInPreference(inOwner);
+  }
+  void Join() {
+    if (mTold.joinable()) mTold.join();
+    mHasBegun = false;
+  }
+
+ private:
+  mutable std::thread mTold;
+  mutable std::atomic<bool> mHasBegun{false};
+};
+
+TEST_F(HogMode, AClaimIsNotUndoneByANotificationThatComesBetweenItsSteps) {
+  InterruptedHogMode hogMode(&mDevice);
+  EXPECT_TRUE(hogMode.IsFree());
+  hogMode.Take();
+  hogMode.Join();
+  EXPECT_EQ(hogMode.GetOwner(), getpid());
+  EXPECT_EQ(Stored(), getpid());
+  hogMode.Release();
+  hogMode.Join();
+  EXPECT_EQ(hogMode.GetOwner(), -1);
+  EXPECT_FALSE(KeyIsThere());
+}
+
 TEST_F(HogMode, TakingAFreeDeviceMakesThisProcessItsOwner) {
   mHogMode->Take();
   EXPECT_EQ(mHogMode->GetOwner(), getpid());

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <mach/mach_time.h>
 
 #include <array>
 #include <atomic>
@@ -270,7 +271,10 @@ TEST_F(TelemetryRing, TelemetryThatIsNotAllowedKeepsNothingAndAnswersNothing) {
   unsetenv("CoreAudio_HAL_Enable_Telemetry");
   HP_IOCycleTelemetry telemetry(mDevice.get());
   StartCapture(telemetry);
+  // Each reading of the clock moves it by one, and an event that is kept reads it.
+  const UInt64 time = mach_absolute_time();
   telemetry.IOCycleIOProcsBegin(1);
+  EXPECT_EQ(mach_absolute_time(), time + 1);
   EXPECT_EQ(telemetry.GetTelemetry(), nullptr);
 }
 

@@ -4,6 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "device/HP_IOProc.h"
 #include "support/telemetry/Telemetry.h"
 #include "unit/io_thread/IOThreadTest.h"
@@ -164,6 +168,95 @@ TEST_F(TelemetryCycle, EventsAreInTheOrderOfTheirTimes) {
   EXPECT_EQ(OfKind(events, 'wrkb').back().mTime, kOrigin + (1024 + 600 + 512) * 1000);
 }
 
+// Where among a run's steps the events stand: each step takes the clock a little further, so that
+// the times tell what came before and what after it.
+
+class Steps {
+ public:
+  void Note(const std::string& inStep) {
+    mSteps.emplace_back(SimulatedTime::Get().mNow += kNanos, "[" + inStep + "]");
+    SimulatedTime::Get().mNow += kNanos;
+  }
+  // The events with the steps between them.
+  std::vector<std::string> With(const std::vector<Event>& inEvents) const {
+    std::vector<std::string> texts;
+    size_t next = 0;
+    for (const Event& event : inEvents) {
+      while (next < mSteps.size() && mSteps[next].first <= event.mTime) {
+        texts.push_back(mSteps[next++].second);
+      }
+      texts.push_back(KindText(event.mKind));
+    }
+    while (next < mSteps.size()) texts.push_back(mSteps[next++].second);
+    return texts;
+  }
+
+ private:
+  static constexpr UInt64 kNanos = ThreadedDevice::kNanosPerFrame;
+  std::vector<std::pair<UInt64, std::string>> mSteps;
+};
+
+class SteppedDevice : public ThreadedDevice {
+ public:
+  void StartIOCycleTimingServices() override {
+    ThreadedDevice::StartIOCycleTimingServices();
+    mRun.Note("clock on");
+  }
+  void StopIOCycleTimingServices() override {
+    mRun.Note("clock off");
+    ThreadedDevice::StopIOCycleTimingServices();
+  }
+  bool EstablishIOCycleAnchorTime(AudioTimeStamp& ioTime) override {
+    mRun.Note("anchor");
+    return ThreadedDevice::EstablishIOCycleAnchorTime(ioTime);
+  }
+  bool UpdateIOCycleTimingServices() override {
+    mRun.Note("clock");
+    return ThreadedDevice::UpdateIOCycleTimingServices();
+  }
+  bool CallIOProcs(const AudioTimeStamp& inNow, const AudioTimeStamp& inInput,
+                   const AudioTimeStamp& inOutput) override {
+    mRun.Note("procedures");
+    return ThreadedDevice::CallIOProcs(inNow, inInput, inOutput);
+  }
+  void PropertiesChanged(UInt32 inNumber,
+                         const AudioObjectPropertyAddress* inAddress) const override {
+    mRun.Note("notice");
+    ThreadedDevice::PropertiesChanged(inNumber, inAddress);
+  }
+
+  mutable Steps mRun;
+};
+
+TEST_F(TelemetryCycle, TheEventsStandAtTheirPlacesAmongTheStepsOfARun) {
+  SteppedDevice device;
+  device.mClockHasShifted = true;
+  const std::vector<Event> events = Record(device, {ThreadedDevice::Late(100)});
+  EXPECT_THAT(device.mRun.With(events),
+              ElementsAre("inib", "[clock on]", "[notice]", "[anchor]", "inie", "wrkb", "wrke",
+                          "wrkb", "[clock]", "[anchor]", "sync", "[procedures]", "wrke", "trdb",
+                          "[clock off]", "[notice]", "trde"));
+}
+
+TEST_F(TelemetryCycle, TheEventsOfAnOverloadStandAroundItsNoticeAndTheNewAnchor) {
+  SteppedDevice device;
+  const std::vector<Event> events = Record(device, {ThreadedDevice::Late(600)});
+  EXPECT_THAT(device.mRun.With(events),
+              ElementsAre("inib", "[clock on]", "[notice]", "[anchor]", "inie", "wrkb", "wrke",
+                          "wrkb", "[clock]", "[procedures]", "ovrb", "[notice]", "[anchor]", "ovre",
+                          "wrke", "trdb", "[clock off]", "[notice]", "trde"));
+}
+
+TEST_F(TelemetryCycle, ABufferOfTheOldSizeIsRecordedAroundItsProcedures) {
+  SteppedDevice device;
+  const std::vector<Event> events =
+      Record(device, {ThreadedDevice::WholeWith([&] { device.SetIOBufferFrameSize(256, false); })});
+  EXPECT_THAT(device.mRun.With(events),
+              ElementsAre("inib", "[clock on]", "[notice]", "[anchor]", "inie", "wrkb", "wrke",
+                          "bufb", "bufe", "wrkb", "[clock]", "[procedures]", "wrke", "wrkb",
+                          "[procedures]", "wrke", "trdb", "[clock off]", "[notice]", "trde"));
+}
+
 // The frame size.
 
 TEST_F(TelemetryCycle, AChangeOfTheFrameSizeIsRecordedAroundItsNotice) {
@@ -177,7 +270,37 @@ TEST_F(TelemetryCycle, AChangeOfTheFrameSizeIsRecordedAroundItsNotice) {
   device.Do_SetIOBufferFrameSize(1024);
   EXPECT_THAT(before, ElementsAre("bufb 0"));
   EXPECT_THAT(TextsOf(TakeAll(Telemetry(device))), ElementsAre("bufe 0"));
-  EXPECT_TRUE(testing::AssertionResult(device.GetIOBufferFrameSize() == 1024));
+  EXPECT_EQ(device.GetIOBufferFrameSize(), 1024u);
+}
+
+class ResizedDevice : public SimulatedDevice {
+ public:
+  void IOBufferFrameSizeChanged(bool, CAPropertyAddressList*) override { mChange.Note("changed"); }
+  void PropertiesChanged(UInt32, const AudioObjectPropertyAddress*) const override {
+    mChange.Note("notice");
+  }
+  // Asked as buffers are made.
+  UInt32 GetIOBufferFrameSizePadding() const override {
+    if (mIsWatched) mChange.Note("buffer of " + std::to_string(GetIOBufferFrameSize()));
+    mIsWatched = false;
+    return 0;
+  }
+
+  mutable bool mIsWatched = false;
+  mutable Steps mChange;
+};
+
+TEST_F(TelemetryCycle, TheEventsOfAChangeOfTheFrameSizeStandAroundAllThatItDoes) {
+  SimulatedTime::Get().Reset();
+  ResizedDevice device;
+  device.AddSimulatedStream(false, FloatFormat(2));
+  AudioDeviceIOProcID id = device.GetIOProcList()->AddIOProc(Proc, nullptr, true);
+  device.GetIOProcList()->StartIOProc(id);
+  device.mIsWatched = true;
+  StartCapture(Telemetry(device));
+  device.Do_SetIOBufferFrameSize(1024);
+  EXPECT_THAT(device.mChange.With(TakeAll(Telemetry(device))),
+              ElementsAre("bufb", "[buffer of 1024]", "[changed]", "[notice]", "bufe"));
 }
 
 TEST_F(TelemetryCycle, AQuietChangeIsRecordedAndAnEqualSizeIsNot) {

@@ -1,1 +1,2 @@
+#include "tools/TelemetryJson.cpp"
 #include "tools/TelemetrySummary.cpp"

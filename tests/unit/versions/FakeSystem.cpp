@@ -50,6 +50,10 @@ extern "C" int getpwuid_r(uid_t inUser, struct passwd* outEntry, char* outText, 
   return 0;
 }
 
+CFBundleRef CFBundleGetMainBundle() {
+  return gSystem.mMainBundle;
+}
+
 int issetugid() {
   return gSystem.mIsSetUserID ? 1 : 0;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <CoreFoundation/CoreFoundation.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -20,6 +21,7 @@ struct FakeSystem {
   std::string mHome;  // of the account
   unsigned mGestaltFailsFor = 0;
   int mGestaltCalls = 0;
+  CFBundleRef mMainBundle = nullptr;
 };
 extern FakeSystem gSystem;
 

@@ -140,6 +140,19 @@ class BundleVersion : public SystemTest {
     gSystem.mFiles["/a/Info.plist"] = InfoList(inEntries);
     return Get("/a/Info.plist");
   }
+  // A bundle with these entries in its information list. The caller releases it.
+  CFBundleRef MakeBundle(const std::string& inEntries) {
+    const std::string folder = mRuntime.File("Versioned.plugin");
+    EXPECT_EQ(mkdir(folder.c_str(), 0700), 0);
+    EXPECT_EQ(mkdir((folder + "/Contents").c_str(), 0700), 0);
+    std::ofstream(folder + "/Contents/Info.plist") << InfoList(inEntries);
+    CFURLRef url = CFURLCreateFromFileSystemRepresentation(
+        nullptr, reinterpret_cast<const UInt8*>(folder.data()), static_cast<CFIndex>(folder.size()),
+        true);
+    CFBundleRef bundle = CFBundleCreate(nullptr, url);
+    CFRelease(url);
+    return bundle;
+  }
   static constexpr Numbers kNone = {0, -7, -7, -7};
 };
 
@@ -189,26 +202,21 @@ TEST_F(BundleVersion, EachPlaceMayBeNull) {
 }
 
 TEST_F(BundleVersion, OfNoNameIsTheProgramsOwn) {
-  // This program has no information dictionary of its own.
   EXPECT_EQ(Get(nullptr), kNone);
+  gSystem.mMainBundle = MakeBundle("<key>CFBundleVersion</key><string>6.5.4</string>");
+  EXPECT_EQ(Get(nullptr), Numbers(1, 6, 5, 4));
+  EXPECT_EQ(Get(""), kNone) << "an empty name is an identifier, and nobody's";
+  CFRelease(gSystem.mMainBundle);
 }
 
 TEST_F(BundleVersion, OfAnIdentifierIsThatOfALiveBundle) {
   EXPECT_EQ(Get("com.tembra.test.versioned"), kNone);
-  const std::string folder = mRuntime.File("Versioned.plugin");
-  ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
-  ASSERT_EQ(mkdir((folder + "/Contents").c_str(), 0700), 0);
-  std::ofstream(folder + "/Contents/Info.plist") << InfoList(
+  CFBundleRef bundle = MakeBundle(
       "<key>CFBundleIdentifier</key><string>com.tembra.test.versioned</string>"
       "<key>CFBundleVersion</key><string>7.8</string>");
-  CFURLRef url = CFURLCreateFromFileSystemRepresentation(
-      nullptr, reinterpret_cast<const UInt8*>(folder.data()), static_cast<CFIndex>(folder.size()),
-      true);
-  CFBundleRef bundle = CFBundleCreate(nullptr, url);
   ASSERT_NE(bundle, nullptr);
   EXPECT_EQ(Get("com.tembra.test.versioned"), Numbers(1, 7, 8, 0));
   CFRelease(bundle);
-  CFRelease(url);
 }
 
 TEST_F(BundleVersion, OfWhatIsInstalledIsReadAtItsPlace) {
