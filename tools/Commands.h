@@ -11,6 +11,7 @@ void AddInspectCommands(CLI::App& ioProgram);
 void AddControlsCommand(CLI::App& ioProgram);
 void AddVolumeCommands(CLI::App& ioProgram);
 void AddFormatsCommand(CLI::App& ioProgram);
+void AddHogCommand(CLI::App& ioProgram);
 void AddDefaultCommand(CLI::App& ioProgram);
 void AddPlayCommand(CLI::App& ioProgram);
 void AddHelloCommand(CLI::App& ioProgram);

@@ -91,7 +91,8 @@ class Preference {
     struct stat old;
     const bool hasOld = stat(mPath.c_str(), &old) == 0;
     errno = 0;
-    if (!Write(temporary) || (hasOld && chmod(temporary.c_str(), old.st_mode & 07777) != 0) ||
+    if ((hasOld && access(mPath.c_str(), W_OK) != 0) || !Write(temporary) ||
+        (hasOld && chmod(temporary.c_str(), old.st_mode & 07777) != 0) ||
         rename(temporary.c_str(), mPath.c_str()) != 0) {
       const int cause = errno;
       unlink(temporary.c_str());

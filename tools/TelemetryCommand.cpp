@@ -1,111 +1,21 @@
 #include <CoreAudio/AudioHardware.h>
 #include <CoreFoundation/CoreFoundation.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <functional>
-#include <iterator>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "tools/Commands.h"
 #include "tools/Devices.h"
+#include "tools/TelemetryJson.h"
 #include "tools/TelemetryReader.h"
 #include "tools/TelemetrySummary.h"
 
 namespace tembra::tools {
 
 namespace {
-
-constexpr std::uint32_t kOneTime = 0x15;
-constexpr std::uint32_t kTwoTimes = 0x3F;
-
-// What a kind is called, and its times: the first or only one, and the second.
-struct KindEntry {
-  std::uint32_t kind;
-  const char* event;
-  const char* firstTime;
-  const char* secondTime;
-};
-
-constexpr KindEntry kKinds[] = {
-    {'inib', "initialize_begin", nullptr, nullptr}, {'inie', "initialize_end", "anchor", nullptr},
-    {'wrkb', "cycle_begin", "now", nullptr},        {'wrke', "cycle_end", "now", "wake_up"},
-    {'sync', "resynch", "anchor", nullptr},         {'ovrb', "overload_begin", "now", "limit"},
-    {'ovre', "overload_end", "anchor", nullptr},    {'trdb', "teardown_begin", nullptr, nullptr},
-    {'trde', "teardown_end", nullptr, nullptr},     {'iopb', "procedures_begin", nullptr, nullptr},
-    {'iope', "procedures_end", nullptr, nullptr},   {'iiob', "procedure_begin", nullptr, nullptr},
-    {'iioe', "procedure_end", nullptr, nullptr},    {'inpt', "input_present", nullptr, nullptr},
-    {'outp', "output_present", nullptr, nullptr},   {'bufb', "buffer_size_begin", nullptr, nullptr},
-    {'bufe', "buffer_size_end", nullptr, nullptr},
-};
-
-nlohmann::ordered_json TimeOf(const TelemetryRecord& inRecord, int inWhich) {
-  return {{"sample_time", inRecord.values[2 + inWhich]},
-          {"host_time", inRecord.wideValues[inWhich]},
-          {"rate_scalar", inRecord.values[inWhich]}};
-}
-
-std::string AddressText(std::uint64_t inAddress) {
-  char text[24];
-  std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(inAddress));
-  return text;
-}
-
-// Kind and cycle always; of the values those that the record's kind carries.
-nlohmann::ordered_json RecordJson(const TelemetryRecord& inRecord) {
-  std::string kind;
-  for (const int shift : {24, 16, 8, 0}) kind += static_cast<char>(inRecord.kind >> shift);
-  const auto* entry = std::find_if(std::begin(kKinds), std::end(kKinds),
-                                   [&](const KindEntry& in) { return in.kind == inRecord.kind; });
-  nlohmann::ordered_json json = {{"time", inRecord.time}, {"kind", kind}};
-  if (entry == std::end(kKinds)) {
-    json["mask"] = inRecord.mask;
-    return json;
-  }
-  json["event"] = entry->event;
-  json["cycle"] = inRecord.cycle;
-  if (entry->firstTime != nullptr && (inRecord.mask & kOneTime) == kOneTime) {
-    json[entry->firstTime] = TimeOf(inRecord, 0);
-  }
-  if (entry->secondTime != nullptr && (inRecord.mask & kTwoTimes) == kTwoTimes) {
-    json[entry->secondTime] = TimeOf(inRecord, 1);
-  }
-  if (inRecord.kind == 'iiob') json["procedure"] = AddressText(inRecord.wideValues[0]);
-  if (inRecord.kind == 'bufb') json["frames"] = inRecord.values[2];
-  return json;
-}
-
-nlohmann::ordered_json DurationsJson(const Durations& inDurations) {
-  const Durations::Description nanos = inDurations.InNanos();
-  return {{"count", nanos.count},        {"shortest_ns", nanos.shortest},
-          {"median_ns", nanos.median},   {"percentile99_ns", nanos.percentile99},
-          {"longest_ns", nanos.longest}, {"sum_ns", nanos.sum}};
-}
-
-nlohmann::ordered_json SummaryJson(const TelemetryReader& inReader,
-                                   const TelemetrySummary& inSummary) {
-  nlohmann::ordered_json procedures = nlohmann::ordered_json::array();
-  for (const auto& [address, durations] : inSummary.procedures) {
-    nlohmann::ordered_json procedure = DurationsJson(durations);
-    procedure["procedure"] = AddressText(address);
-    procedures.push_back(procedure);
-  }
-  return {{"pid", inReader.Process()},
-          {"records", inSummary.records},
-          {"span_ns", inSummary.nanos},
-          {"runs", inSummary.runs},
-          {"cycles", inSummary.cycles},
-          {"overloads", inSummary.overloads},
-          {"outputs", inSummary.outputs},
-          {"buffer_size_changes", inSummary.bufferSizeChanges},
-          {"lateness", DurationsJson(inSummary.lateness)},
-          {"time_in_cycle", DurationsJson(inSummary.cycleTime)},
-          {"time_in_procedures", DurationsJson(inSummary.procedureTime)},
-          {"procedures", procedures}};
-}
 
 double Micros(std::uint64_t inNanos) {
   return static_cast<double>(inNanos) / 1000.0;
@@ -197,9 +107,7 @@ void SwitchCapture(TelemetryReader& ioReader, bool inIsCapturing) {
 void Drain(TelemetryReader& ioReader) {
   RequireCapture(ioReader);
   for (const TelemetryRecord& record : ioReader.Drain()) {
-    std::printf("%s\n", RecordJson(record)
-                            .dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
-                            .c_str());
+    std::printf("%s\n", RecordLine(record).c_str());
   }
 }
 
@@ -207,7 +115,7 @@ void ShowSummary(TelemetryReader& ioReader, bool inJson) {
   RequireCapture(ioReader);
   const TelemetrySummary summary = Summarize(ioReader.Drain());
   if (inJson) {
-    std::printf("%s\n", SummaryJson(ioReader, summary).dump(2).c_str());
+    std::printf("%s\n", SummaryJson(ioReader.Process(), summary).dump(2).c_str());
   } else {
     PrintSummary(ioReader, summary);
   }
@@ -233,7 +141,8 @@ void AddTelemetryCommands(CLI::App& ioProgram) {
   telemetry->require_subcommand(1);
   telemetry->footer(
       "The process must have been started with CoreAudio_HAL_Enable_Telemetry in its environment, "
-      "or with the file /var/db/.com.apple.audio.telemetryenabled in place.");
+      "or with the file /var/db/.com.apple.audio.telemetryenabled in place.\n"
+      "Exit status: 0 ok, 1 failed, 2 usage.");
 
   AddVerb(telemetry, arguments, "start", "begin to record")->callback([arguments] {
     WithReader(*arguments, [](TelemetryReader& ioReader) { SwitchCapture(ioReader, true); });

@@ -20,11 +20,15 @@ int Run(int argc, char** argv) {
   AddControlsCommand(program);
   AddVolumeCommands(program);
   AddFormatsCommand(program);
+  AddHogCommand(program);
   AddDefaultCommand(program);
   AddTelemetryCommands(program);
   try {
     program.parse(argc, argv);
     return static_cast<int>(Exit::kOk);
+  } catch (const CLI::RuntimeError& error) {
+    // The status of a command that ran under this one.
+    return error.get_exit_code();
   } catch (const CLI::ParseError& error) {
     return program.exit(error) == 0 ? static_cast<int>(Exit::kOk) : static_cast<int>(Exit::kUsage);
   } catch (const Failure& failure) {
@@ -33,11 +37,19 @@ int Run(int argc, char** argv) {
   }
 }
 
+// Output that did not get where it should is a failure: a full disk must not read as success.
+int AfterOutput(int inStatus) {
+  const bool isWritten = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+  if (isWritten || inStatus != static_cast<int>(Exit::kOk)) return inStatus;
+  std::fputs("tmbaudio: standard output cannot be written\n", stderr);
+  return static_cast<int>(Exit::kFailed);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
-    return Run(argc, argv);
+    return AfterOutput(Run(argc, argv));
   } catch (const std::exception& error) {
     std::fprintf(stderr, "tmbaudio: %s\n", error.what());
     return static_cast<int>(Exit::kFailed);
