@@ -8,12 +8,12 @@
 
 #include "runtime/TMBACLNO.h"
 
-// A function like the HAL's, twice: it begins with an instruction of five bytes and hands its
+// A function like the HAL's, twice: it begins with an instruction of eleven bytes and hands its
 // arguments on. Another object's property: no default output.
 #define FUNCTION(name)                                                       \
   asm(".text\n.balign 64\n.globl " name "\n.type " name ", @function\n" name \
       ":\n"                                                                  \
-      ".byte 0x0f, 0x1f, 0x44, 0x00, 0x00\n"                                 \
+      ".byte 0x66, 0x66, 0x2e, 0x0f, 0x1f, 0x84, 0, 0, 0, 0, 0\n"            \
       "pushq %rbp\nmovq %rsp, %rbp\ncall OverrideBody\nleave\nret\n"         \
       ".size " name ", . - " name "\n")
 FUNCTION("AudioObjectGetPropertyData");
@@ -22,8 +22,11 @@ FUNCTION("UnpatchedGetPropertyData");
 extern "C" {
 tmbclno_aogpd_function UnpatchedGetPropertyData;
 
-[[gnu::noinline]] OSStatus OverrideBody(AudioObjectID inObject, const AudioObjectPropertyAddress*,
-                                        UInt32, const void*, UInt32* ioSize, void*) {
+// The installation calls it once without an address, as the HAL's allows.
+[[gnu::noinline]] OSStatus OverrideBody(AudioObjectID inObject,
+                                        const AudioObjectPropertyAddress* inAddress, UInt32,
+                                        const void*, UInt32* ioSize, void*) {
+  if (inAddress == nullptr) return kAudioHardwareIllegalOperationError;
   return inObject == *ioSize ? 1 : 0;
 }
 }
