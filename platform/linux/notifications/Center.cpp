@@ -163,11 +163,12 @@ std::vector<uint64_t> __CFNotificationCenter::Matching(CFStringRef inName, CFStr
 
 // Receiving
 
-bool __CFNotificationCenter::OpenReceiver(Receiver& outReceiver, Scope inScope) {
+bool __CFNotificationCenter::OpenReceiver(Receiver& outReceiver, Scope inScope,
+                                          const std::string& inName) {
   Receiver receiver;
   receiver.directory = OpenPlace(inScope);
   if (!receiver.directory) return false;
-  receiver.name = NewReceiverName();
+  receiver.name = inName;
   receiver.socket = BindReceiver(receiver.directory.Get(), receiver.name, inScope);
   if (!receiver.socket) return false;
   outReceiver = std::move(receiver);
@@ -176,9 +177,10 @@ bool __CFNotificationCenter::OpenReceiver(Receiver& outReceiver, Scope inScope) 
 
 bool __CFNotificationCenter::Start() {
   if (mStarted) return true;
-  if (!mUser.socket && !OpenReceiver(mUser, Scope::kUser)) return false;
+  if (!mUser.socket && !OpenReceiver(mUser, Scope::kUser, NewReceiverName())) return false;
   // Posts to all users are worth less than this user's: without a shared place those still come.
-  if (!mShared.socket) OpenReceiver(mShared, Scope::kAllUsers);
+  // The same name in both tells a poster that they are one process.
+  if (!mShared.socket) OpenReceiver(mShared, Scope::kAllUsers, mUser.name);
   mStarted = tembra::StartServiceThread("tembra.nrecv", ReceiveThread, this) &&
              tembra::StartServiceThread("tembra.notify", DeliveryThread, this);
   return mStarted;

@@ -65,7 +65,8 @@ struct __CFNotificationCenter final : tembra::cf::Object {
   };
 
   bool Start() TEMBRA_REQUIRES(tembra::notifications::gNotificationLock);
-  bool OpenReceiver(Receiver& outReceiver, tembra::notifications::Scope inScope);
+  bool OpenReceiver(Receiver& outReceiver, tembra::notifications::Scope inScope,
+                    const std::string& inName);
   static void ReceiveThread(void* inCenter);
   static void DeliveryThread(void* inCenter);
   // False if it is no socket any longer.

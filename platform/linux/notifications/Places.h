@@ -9,8 +9,8 @@
 namespace tembra::notifications {
 
 // Where receivers are found. Each observing process has one datagram socket in its user's own
-// directory, for its user's posts, and one in the directory that all users share, for posts to all
-// users. Nobody but root and the user himself can send to the first.
+// directory, for its user's posts, and one of the same name in the directory that all users share,
+// for posts to all users. Nobody but root and the user himself can send to the first.
 enum class Scope { kUser, kAllUsers };
 
 // The directory of a scope, made if need be; empty if there is none that can be trusted. The shared

@@ -84,7 +84,9 @@ void Sweep(const Descriptor& inDirectory, const char* inName) {
   SetStuck(inName, false);
 }
 
-void SendToPlace(Scope inScope, const std::string& inDatagram, std::vector<Waiting>& ioWaiting) {
+// ioReached: the user's own receivers that had their turn.
+void SendToPlace(Scope inScope, const std::string& inDatagram, std::vector<Waiting>& ioWaiting,
+                 std::set<std::string>& ioReached) {
   Descriptor directory = OpenPlace(inScope);
   if (!directory) {
     Count(gCounters.refused);
@@ -96,8 +98,9 @@ void SendToPlace(Scope inScope, const std::string& inDatagram, std::vector<Waiti
     const Connection connection = ConnectReceiver(directory.Get(), inName, socket, owner);
     if (connection == Connection::kDead) Sweep(directory, inName);
     if (connection != Connection::kConnected) return;
-    // This user's receivers have got it in the user's own place.
-    if (inScope == Scope::kAllUsers && owner == geteuid()) return;
+    // Each gets it once: this user's receivers in the user's own place, unless theirs is another,
+    // as in a session and outside of it.
+    if (owner == geteuid() && !ioReached.insert(inName).second) return;
     const Sent sent = Send(socket.Get(), inDatagram);
     const bool stuck = IsStuck(inName);
     if (sent == Sent::kYes) {
@@ -140,8 +143,9 @@ void WaitForRoom(const std::string& inDatagram, std::vector<Waiting>& ioWaiting)
 
 void PostDatagram(const std::string& inDatagram, bool inToAllUsers) {
   std::vector<Waiting> waiting;
-  SendToPlace(Scope::kUser, inDatagram, waiting);
-  if (inToAllUsers) SendToPlace(Scope::kAllUsers, inDatagram, waiting);
+  std::set<std::string> reached;
+  SendToPlace(Scope::kUser, inDatagram, waiting, reached);
+  if (inToAllUsers) SendToPlace(Scope::kAllUsers, inDatagram, waiting, reached);
   WaitForRoom(inDatagram, waiting);
 }
 

@@ -110,11 +110,9 @@ TEST_P(Race, FiftyProcessesOfTwoUsersHaveOneOwner) {
       kAllRounds / kParts, most, contested, static_cast<int>(times[times.size() / 2].count()),
       static_cast<int>(times.back().count()));
   EXPECT_GT(contested, 0) << "this was no race";
-  // Of fifty processes each reads the file for each claim: where the machine has other work, some
+  // Of fifty processes each reads the file for each claim: where the machine has other work, a few
   // rounds take longer.
-  if (!kSanitized) {
-    EXPECT_LE(times[times.size() / 2], 1s);
-  }
+  if (!kSanitized) EXPECT_LE(times[times.size() * 9 / 10], 1s);
 
   Program python("/usr/bin/python3",
                  {"-c",

@@ -510,6 +510,24 @@ TEST_F(Notifications, APostToAllUsersReachesThisUserOnce) {
   EXPECT_EQ(observer.Count(), 1u);
 }
 
+TEST_F(Notifications, APostToAllUsersReachesThisUsersProcessesOfAnotherSession) {
+  Observer observer("sessions", "x");
+  const std::string runtime = "/tmp/another-session";
+  mkdir(runtime.c_str(), 0700);
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(60);
+    setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
+    Post("sessions", "x");  // to that session alone
+    Post("sessions", "x", nullptr, 3);
+    _exit(0);
+  }
+  waitpid(child, nullptr, 0);
+  ASSERT_TRUE(WaitUntil([&] { return observer.Count() == 1; }, Seconds(20)));
+  Observer::Flush();
+  EXPECT_EQ(observer.Heard(), Texts{"sessions x"});
+}
+
 TEST_F(Notifications, ThePlaceOfAUserIsClosedToOthersHoweverTheyGetThere) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   Observer observer("closed", nullptr);

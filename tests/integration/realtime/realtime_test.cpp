@@ -167,8 +167,10 @@ class RealtimeCycle : public testing::Test {
     sServer = new Program("tmbasrv", {"--private", "--quiet"}, sRuntime->File("server"));
   }
   static void TearDownTestSuite() {
-    sServer->Signal(SIGTERM);
-    EXPECT_EQ(sServer->Wait(), 0);
+    if (sServer != nullptr) {  // it could be started
+      sServer->Signal(SIGTERM);
+      EXPECT_EQ(sServer->Wait(), 0);
+    }
     delete sServer;
     delete sRuntime;
   }
