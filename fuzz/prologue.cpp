@@ -98,7 +98,7 @@ extern "C" kern_return_t vm_region_64(vm_map_t, vm_address_t* address, vm_size_t
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* inData, size_t inSize) {
   const size_t size = std::min(inSize, kPage);
   uint8_t* const code = PageEnd() - size;
-  std::memcpy(code, inData, size);
+  if (size > 0) std::memcpy(code, inData, size);
 
   Measured measured;
   const bool patchable =
