@@ -17,6 +17,7 @@
 #include "Fixture.h"
 #include "base/Descriptor.h"
 #include "ports/PortWire.h"
+#include "support/Sanitizers.h"
 
 namespace {
 
@@ -302,12 +303,14 @@ TEST_F(HostilePorts, AConnectionThatCannotBeWatchedIsTurnedAway) {
 }
 
 TEST_F(HostilePorts, AServiceWhoseDescriptorsAreClosedEndsAndTheNextPortHasANewOne) {
+  if (kThreadSanitizer) GTEST_SKIP() << "such a close is a race of the program's";
   auto first = StartServer(mRuntime, "first");
   auto second = StartServer(mRuntime, "second");
   EXPECT_EQ(RunProcess(mRuntime, {"robbed", "first", "second", "awake"}), 0);
 }
 
 TEST_F(HostilePorts, AServiceThatSleepsWhileItsDescriptorsAreClosedIsReplacedByTheNextPort) {
+  if (kThreadSanitizer) GTEST_SKIP() << "such a close is a race of the program's";
   auto first = StartServer(mRuntime, "first");
   auto second = StartServer(mRuntime, "second");
   EXPECT_EQ(RunProcess(mRuntime, {"robbed", "first", "second", "asleep"}), 0);
