@@ -104,7 +104,9 @@ TEST(RealtimeTrap, TellsABlockingSendFromANonBlockingOne) {
   EXPECT_EQ(goes.sends, 1U);
 }
 
-// What a thread of this process gets that asks for what the I/O thread asks for.
+// What a thread of this process gets that asks for what the I/O thread asks for. Deadlines are
+// granted from what the whole machine has left, which changes from one moment to the next; whether
+// the process may have real time at all does not.
 TembraThreadSchedulingMode ModeToBeHad() {
   TembraThreadSchedulingMode mode = kTembraThreadSchedulingUnknown;
   std::thread([&] {
@@ -233,7 +235,7 @@ TEST_F(RealtimeCycle, NeitherAllocatesNorLocksNorBlocksWhileItSendsToAServer) {
   const Findings found = MeasureSteadyCycles([] {});
   const TembraThreadSchedulingMode mode = TembraThreadGetSchedulingMode(mRenderer.thread);
 
-  EXPECT_EQ(mode, ModeToBeHad());
+  EXPECT_EQ(mode == kTembraThreadSchedulingNormal, ModeToBeHad() == kTembraThreadSchedulingNormal);
   RecordProperty("io_thread_scheduling", TembraThreadSchedulingModeName(mode));
   EXPECT_EQ(found.allocations, 0U) << found.first;
   EXPECT_EQ(found.locks, 0U) << found.first;
