@@ -252,12 +252,12 @@ void LocalPort::Deliver() {
   }
   epoll_event events[kMaxEvents];
   const int count = epoll_wait(mPoll.Get(), events, kMaxEvents, 0);
-  std::vector<uint64_t> accepted;
+  uint64_t accepted = 0;
   for (int i = 0; i < count && IsValid(); ++i) {
     const uint64_t key = events[i].data.u64;
     if (key == kListenerKey) {
       MutexLock lock(gPortsLock);
-      Accept(accepted);
+      accepted = Accept();
     } else if (key == kTimerKey) {
       MutexLock lock(gPortsLock);
       Sweep();
@@ -266,7 +266,7 @@ void LocalPort::Deliver() {
     }
   }
   // The first message is sent right after the connection and has usually come with it.
-  for (uint64_t number : accepted) Receive(number, 0);
+  if (accepted != 0) Receive(accepted, 0);
   bool release;
   {
     MutexLock lock(gPortsLock);
@@ -282,16 +282,17 @@ void LocalPort::Deliver() {
 
 // Connections
 
-void LocalPort::Accept(std::vector<uint64_t>& outNumbers) {
+uint64_t LocalPort::Accept() {
   mStalled = false;
-  for (int i = 0; i < kMaxAccepts; ++i) {
-    if (!AcceptOne(outNumbers)) return;
+  uint64_t number = 0;
+  // The listener tells of changes only; this makes it tell again of who is left.
+  if (AcceptOne(number)) {
+    Watch(mPoll.Get(), EPOLL_CTL_MOD, mListener.Get(), EPOLLIN | EPOLLET, kListenerKey);
   }
-  // The listener tells of changes only; this makes it tell again of what is left.
-  Watch(mPoll.Get(), EPOLL_CTL_MOD, mListener.Get(), EPOLLIN | EPOLLET, kListenerKey);
+  return number;
 }
 
-bool LocalPort::AcceptOne(std::vector<uint64_t>& outNumbers) {
+bool LocalPort::AcceptOne(uint64_t& outNumber) {
   if (!mListener) return false;
   OpenSpare();
   Descriptor socket(accept4(mListener.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
@@ -330,13 +331,13 @@ bool LocalPort::AcceptOne(std::vector<uint64_t>& outNumbers) {
   connection.since = MonotonicNanos();
   connection.socket = std::move(socket);
   try {
-    outNumbers.push_back(number);
     mConnections.emplace(number, std::move(connection));
   } catch (const std::bad_alloc&) {
     Count(mCounters.refusedLimit);
     return true;
   }
   Count(mCounters.accepted);
+  outNumber = number;
   return true;
 }
 

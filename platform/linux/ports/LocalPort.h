@@ -3,7 +3,6 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
-#include <vector>
 
 #include "base/Descriptor.h"
 #include "ports/MessagePort.h"
@@ -79,9 +78,11 @@ class LocalPort final : public __CFMessagePort {
     CFMessagePortPeer peer{};
   };
 
-  void Accept(std::vector<uint64_t>& outNumbers) TEMBRA_REQUIRES(gPortsLock);
+  // One newcomer for each delivery, so that a crowd of them does not keep those waiting who are
+  // connected. Its number; 0 if nobody came or whoever came was turned away.
+  uint64_t Accept() TEMBRA_REQUIRES(gPortsLock);
   // False if there is nothing to accept.
-  bool AcceptOne(std::vector<uint64_t>& outNumbers) TEMBRA_REQUIRES(gPortsLock);
+  bool AcceptOne(uint64_t& outNumber) TEMBRA_REQUIRES(gPortsLock);
   void Receive(uint64_t inNumber, uint32_t inEvents) TEMBRA_EXCLUDES(gPortsLock);
   void Read(Connections::iterator inConnection, uint32_t inEvents, Received& outReceived)
       TEMBRA_REQUIRES(gPortsLock);

@@ -20,8 +20,7 @@ extern Mutex gPortsLock;
 constexpr int64_t kFirstMessageNanos = 5'000'000'000;  // from connection to first message
 constexpr int64_t kFullQueueNanos = 1'000'000'000;     // of refused replies until the end
 constexpr size_t kMaxConnections = 512;
-constexpr int kMaxAccepts = 64;  // in one go
-constexpr int kMaxEvents = 64;   // in one wake-up, each at most one message
+constexpr int kMaxEvents = 64;  // in one wake-up, each at most one message
 constexpr int kSendBuffer = 2 << 20;
 
 // The port's name as UTF-8; false unless it has 1 to 128 characters.

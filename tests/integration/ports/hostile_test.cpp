@@ -12,6 +12,7 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <random>
 
 #include "Fixture.h"
@@ -235,6 +236,30 @@ TEST_F(HostilePorts, APeerThatTakesNoRepliesIsClosedAfterASecond) {
   EXPECT_EQ(statistics.replies + statistics.repliesLost, 64u);
 }
 
+TEST_F(HostilePorts, ACrowdOfNewcomersDoesNotKeepAConnectionWaiting) {
+  Receiver receiver("port");
+  auto remote = Remote("port");
+  SendNow(remote, 0);
+  ASSERT_TRUE(receiver.RunUntilMessages(1));
+  constexpr SInt32 kMessages = 20;
+  std::vector<Descriptor> crowd;
+  for (int i = 0; i < 100; ++i) {
+    crowd.push_back(ConnectTo("port"));
+    ASSERT_TRUE(Put(crowd.back(), Hello()));
+    ASSERT_TRUE(Put(crowd.back(), Packet(MakeHeader(Kind::kMessage, -1, 0, 0, 0))));
+  }
+  for (SInt32 i = 1; i <= kMessages; ++i) ASSERT_EQ(SendNow(remote, i), kCFMessagePortSuccess);
+
+  ASSERT_TRUE(receiver.RunUntil([&] {
+    return std::any_of(receiver.mMessages.begin(), receiver.mMessages.end(),
+                       [](const auto& message) { return message.identifier == kMessages; });
+  }));
+  // At most one of the crowd before each of the connection's own.
+  EXPECT_LE(receiver.mMessages.size(), 2u * kMessages + 2);
+  // And all of the crowd are heard.
+  EXPECT_TRUE(receiver.RunUntilMessages(1 + kMessages + crowd.size()));
+}
+
 TEST_F(HostilePorts, ThereIsALimitToConnections) {
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
@@ -272,11 +297,11 @@ TEST_F(HostilePorts, WithoutDescriptorsConnectionsAreTurnedAwayAndTheLoopSleeps)
   do {
     filling.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
   } while (filling.back());
-  for (int i = 0; i < 5; ++i) CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.02, true);
+  EXPECT_TRUE(receiver.RunUntil([&] { return receiver.Statistics().refusedNoFile == 20; }));
   EXPECT_EQ(receiver.Statistics().accepted, 0u);
-  EXPECT_EQ(receiver.Statistics().refusedNoFile, 20u);
   for (const Descriptor& socket : sockets) EXPECT_TRUE(IsClosed(socket));
-  // Nothing is left that would keep the loop awake.
+  // Nothing is left that would keep the loop awake, after a last look.
+  CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.02, true);
   EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.02, true), kCFRunLoopRunTimedOut);
   filling.clear();
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
