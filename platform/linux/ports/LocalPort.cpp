@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <string.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -22,6 +23,8 @@ namespace {
 constexpr uint64_t kListenerKey = 0;
 constexpr uint64_t kTimerKey = 1;
 
+constexpr uint32_t kLooksAtAll = 16;  // one delivery in so many
+
 thread_local const CFMessagePortPeer* tPeer = nullptr;
 
 // Kept open so that a connection can be turned away when no other descriptor is left.
@@ -36,6 +39,12 @@ bool Watch(int inPoll, int inOperation, int inDescriptor, uint32_t inEvents, uin
   event.events = inEvents;
   event.data.u64 = inKey;
   return epoll_ctl(inPoll, inOperation, inDescriptor, &event) == 0;
+}
+
+// Whether nothing more can come.
+bool HasEnded(int inSocket) {
+  pollfd poll{inSocket, POLLRDHUP, 0};
+  return ::poll(&poll, 1, 0) > 0 && (poll.revents & (POLLRDHUP | POLLHUP)) != 0;
 }
 
 }  // namespace
@@ -250,6 +259,31 @@ void LocalPort::Deliver() {
     if (!IsValid()) return;
     ++mDelivering;
   }
+  if (!ReceiveFromTheOnlyOne()) ReceiveFromAll();
+  bool release;
+  {
+    MutexLock lock(gPortsLock);
+    for (auto& [number, connection] : mConnections) {
+      if (connection.spoken && !connection.fullSince) continue;
+      ArmTimer();
+      break;
+    }
+    release = --mDelivering == 0 && mTornDown;
+  }
+  if (release) ReleaseInfo();
+}
+
+bool LocalPort::ReceiveFromTheOnlyOne() {
+  uint64_t number;
+  {
+    MutexLock lock(gPortsLock);
+    if (mConnections.size() != 1 || ++mDeliveries % kLooksAtAll == 0) return false;
+    number = mConnections.begin()->first;
+  }
+  return Receive(number);
+}
+
+void LocalPort::ReceiveFromAll() {
   epoll_event events[kMaxEvents];
   const int count = epoll_wait(mPoll.Get(), events, kMaxEvents, 0);
   uint64_t accepted = 0;
@@ -262,22 +296,11 @@ void LocalPort::Deliver() {
       MutexLock lock(gPortsLock);
       Sweep();
     } else {
-      Receive(key, events[i].events);
+      Receive(key);
     }
   }
   // The first message is sent right after the connection and has usually come with it.
-  if (accepted != 0) Receive(accepted, 0);
-  bool release;
-  {
-    MutexLock lock(gPortsLock);
-    for (auto& [number, connection] : mConnections) {
-      if (connection.spoken && !connection.fullSince) continue;
-      ArmTimer();
-      break;
-    }
-    release = --mDelivering == 0 && mTornDown;
-  }
-  if (release) ReleaseInfo();
+  if (accepted != 0) Receive(accepted);
 }
 
 // Connections
@@ -394,17 +417,16 @@ void LocalPort::Sweep() {
 
 // Messages
 
-void LocalPort::Receive(uint64_t inNumber, uint32_t inEvents) {
+bool LocalPort::Receive(uint64_t inNumber) {
   Received received;
   {
     MutexLock lock(gPortsLock);
     auto found = mConnections.find(inNumber);
-    if (found == mConnections.end()) return;
-    Read(found, inEvents, received);
+    if (found == mConnections.end() || !Read(found, received)) return false;
   }
   if (received.opened) TellPeer(kCFMessagePortPeerOpened, received.peer);
   if (received.closed) TellPeer(kCFMessagePortPeerClosed, received.peer);
-  if (!received.data) return;
+  if (!received.data) return true;
   CFDataRef reply = nullptr;
   {
     const CFMessagePortPeer* outer = std::exchange(tPeer, &received.peer);
@@ -414,9 +436,10 @@ void LocalPort::Receive(uint64_t inNumber, uint32_t inEvents) {
   CFRelease(received.data);
   if (received.request) Reply(received, reply);
   if (reply) CFRelease(reply);
+  return true;
 }
 
-void LocalPort::Read(Connections::iterator inConnection, uint32_t inEvents, Received& outReceived) {
+bool LocalPort::Read(Connections::iterator inConnection, Received& outReceived) {
   Connection& connection = inConnection->second;
   iovec part{ReceiveBuffer(), kReceiveBufferSize};
   msghdr message{};
@@ -424,18 +447,19 @@ void LocalPort::Read(Connections::iterator inConnection, uint32_t inEvents, Rece
   message.msg_iovlen = 1;
   const ssize_t size = recvmsg(connection.socket.Get(), &message, MSG_DONTWAIT);
   // A reset says that the peer left replies unread; what it sent before is still to come.
-  if (size < 0 && (errno == EAGAIN || errno == EINTR || errno == ECONNRESET)) return;
+  if (size < 0 && (errno == EAGAIN || errno == EINTR || errno == ECONNRESET)) return false;
   outReceived.peer = connection.peer;
   bool keep = false;
   if (size > 0) {
     keep = Accepts(connection, static_cast<size_t>(size), message.msg_flags, outReceived);
-  } else if (size == 0 && inEvents && !(inEvents & (EPOLLRDHUP | EPOLLHUP))) {
+  } else if (size == 0 && !HasEnded(connection.socket.Get())) {
     // An empty packet reads like the end.
     Count(mCounters.malformed);
   }
-  if (keep) return;
+  if (keep) return true;
   outReceived.closed = connection.spoken;
   Close(inConnection);
+  return true;
 }
 
 bool LocalPort::Accepts(Connection& ioConnection, size_t inSize, int inFlags,

@@ -83,9 +83,13 @@ class LocalPort final : public __CFMessagePort {
   uint64_t Accept() TEMBRA_REQUIRES(gPortsLock);
   // False if there is nothing to accept.
   bool AcceptOne(uint64_t& outNumber) TEMBRA_REQUIRES(gPortsLock);
-  void Receive(uint64_t inNumber, uint32_t inEvents) TEMBRA_EXCLUDES(gPortsLock);
-  void Read(Connections::iterator inConnection, uint32_t inEvents, Received& outReceived)
-      TEMBRA_REQUIRES(gPortsLock);
+  // What comes, comes mostly from the only connection: asked first, it saves a system call. Now and
+  // then all are looked at, so that it cannot keep others out. False if nothing came.
+  bool ReceiveFromTheOnlyOne() TEMBRA_EXCLUDES(gPortsLock);
+  void ReceiveFromAll() TEMBRA_EXCLUDES(gPortsLock);
+  // One packet or the end of a connection; false if there is neither.
+  bool Receive(uint64_t inNumber) TEMBRA_EXCLUDES(gPortsLock);
+  bool Read(Connections::iterator inConnection, Received& outReceived) TEMBRA_REQUIRES(gPortsLock);
   bool Accepts(Connection& ioConnection, size_t inSize, int inFlags, Received& outReceived)
       TEMBRA_REQUIRES(gPortsLock);
   void Reply(const Received& inRequest, CFDataRef inReply) TEMBRA_EXCLUDES(gPortsLock);
@@ -116,6 +120,7 @@ class LocalPort final : public __CFMessagePort {
   CFRunLoopSourceRef mSource TEMBRA_GUARDED_BY(gPortsLock) = nullptr;  // not retained
   dispatch_queue_t mQueue TEMBRA_GUARDED_BY(gPortsLock) = nullptr;
   int mDelivering TEMBRA_GUARDED_BY(gPortsLock) = 0;
+  uint32_t mDeliveries TEMBRA_GUARDED_BY(gPortsLock) = 0;
   // Invalidate has made its last callback.
   bool mTornDown TEMBRA_GUARDED_BY(gPortsLock) = false;
   // The queue of connections could not be emptied for want of a descriptor.

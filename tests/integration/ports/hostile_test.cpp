@@ -260,6 +260,21 @@ TEST_F(HostilePorts, ACrowdOfNewcomersDoesNotKeepAConnectionWaiting) {
   EXPECT_TRUE(receiver.RunUntilMessages(1 + kMessages + crowd.size()));
 }
 
+TEST_F(HostilePorts, AConnectionWithMuchToSayDoesNotKeepANewcomerOut) {
+  Receiver receiver("port");
+  auto remote = Remote("port");
+  for (SInt32 i = 0; i < 100; ++i) ASSERT_EQ(SendNow(remote, i), kCFMessagePortSuccess);
+  ASSERT_TRUE(receiver.RunUntilMessages(1));
+  const Descriptor newcomer = ConnectTo("port");
+  Put(newcomer, Hello());
+  Put(newcomer, Packet(MakeHeader(Kind::kMessage, -1, 0, 0, 0)));
+  ASSERT_TRUE(receiver.RunUntilMessages(101));
+  const auto heard = std::find_if(receiver.mMessages.begin(), receiver.mMessages.end(),
+                                  [](const auto& message) { return message.identifier == -1; });
+  ASSERT_NE(heard, receiver.mMessages.end());
+  EXPECT_LT(heard - receiver.mMessages.begin(), 30);
+}
+
 TEST_F(HostilePorts, ThereIsALimitToConnections) {
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
