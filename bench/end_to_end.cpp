@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <semaphore>
 #include <string>
 #include <thread>
 #include <vector>
@@ -51,6 +52,8 @@ double Median(std::vector<double> inValues) {
 // What the I/O procedure notes of its cycles; storage is taken before it runs.
 struct Cycles {
   std::atomic<unsigned> count{0};
+  std::atomic<unsigned> wanted{0};
+  std::binary_semaphore reached{0};  // the wanted count
   std::uint64_t due = 0;
   std::vector<double> lateness;
 };
@@ -69,7 +72,7 @@ OSStatus Render(AudioObjectID, const AudioTimeStamp* inNow, const AudioBufferLis
     AudioBuffer& buffer = outOutput->mBuffers[index];
     if (buffer.mData != nullptr) static_cast<float*>(buffer.mData)[0] = 0.25F;
   }
-  cycles->count.fetch_add(1, std::memory_order_release);
+  if (cycles->count.fetch_add(1) + 1 == cycles->wanted) cycles->reached.release();
   return 0;
 }
 
@@ -124,10 +127,10 @@ Round RunSystem(AudioObjectID inDevice, pid_t inServer, unsigned inPeriods) {
     Fail("the device does not start");
   }
   WaitForPort("com.tembra.tmbasrv." + std::to_string(getuid()) + "." + std::to_string(getpid()));
+  // The bare pair has nobody who looks how far it is, either.
   const auto wait = [&](unsigned until) {
-    while (cycles.count.load(std::memory_order_acquire) < until) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
+    cycles.wanted = until;
+    while (cycles.count < until) (void)cycles.reached.try_acquire_for(std::chrono::seconds(10));
   };
   const unsigned warm = cycles.count.load() + 20;
   wait(warm);
