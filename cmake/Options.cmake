@@ -26,6 +26,12 @@ endif()
 # Four-character codes are written as such; the compiler warns of each otherwise.
 add_compile_options(-Wall -Wextra -Wthread-safety -Werror -Wno-four-char-constants -Wno-multichar
                     -fblocks -fno-omit-frame-pointer)
+# Fields that a designated initialiser leaves out are zero, and meant so; later compilers warn.
+include(CheckCXXCompilerFlag)
+check_cxx_compiler_flag(-Wmissing-designated-field-initializers TEMBRA_WARNS_OF_ZERO_FIELDS)
+if(TEMBRA_WARNS_OF_ZERO_FIELDS)
+  add_compile_options(-Wno-missing-designated-field-initializers)
+endif()
 add_compile_definitions(_GNU_SOURCE)
 
 if(TEMBRA_SANITIZE)
