@@ -5,6 +5,10 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
+
+#include "persistence/CAUninterrupted.h"
+
 namespace {
 
 // What a file is opened with that is not known to be harmless.
@@ -23,20 +27,17 @@ long long GetNanos() {
   return theTime.tv_sec * static_cast<long long>(kNanosPerSecond) + theTime.tv_nsec;
 }
 
-bool IsPlainFile(const struct stat& inStatus) {
-  return S_ISREG(inStatus.st_mode) && inStatus.st_nlink == 1;
-}
-
 }  // namespace
 
 bool CASettingsFile::Open(int inFlags) {
   Close();
-  mFile = open(mPath, inFlags | kCarefulFlags, kCreationMode);
-  if (mFile >= 0 && !IsInPlace()) {
-    Close();
-    errno = EPERM;
-  }
-  return mFile >= 0;
+  mFile = CAUninterrupted([&] { return open(mPath, inFlags | kCarefulFlags, kCreationMode); });
+  if (mFile < 0) return false;
+  if (IsInPlace()) return true;
+  const int theError = errno;
+  Close();
+  errno = theError;
+  return false;
 }
 
 bool CASettingsFile::OpenForReading() {
@@ -57,23 +58,26 @@ bool CASettingsFile::Lock(UInt32 inMilliseconds) {
       GetNanos() + inMilliseconds * static_cast<long long>(kNanosPerMilli);
   struct timespec thePause = {0, kShortestPause};
   while (flock(mFile, LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK && errno != EINTR) {
-      Close();
-      return false;
-    }
+    if (errno != EWOULDBLOCK && errno != EINTR) return false;
     if (GetNanos() >= theDeadline) return false;
     nanosleep(&thePause, nullptr);
-    if (thePause.tv_nsec < kLongestPause) thePause.tv_nsec *= 2;
+    thePause.tv_nsec = std::min(2 * thePause.tv_nsec, kLongestPause);
   }
   return true;
 }
 
-bool CASettingsFile::IsInPlace() const {
+bool CASettingsFile::IsInPlace() {
   struct stat theFile;
   struct stat thePath;
-  return fstat(mFile, &theFile) == 0 && IsPlainFile(theFile) && lstat(mPath, &thePath) == 0 &&
-         IsPlainFile(thePath) && theFile.st_dev == thePath.st_dev &&
-         theFile.st_ino == thePath.st_ino;
+  if (fstat(mFile, &theFile) != 0 || lstat(mPath, &thePath) != 0) return false;
+  if (theFile.st_dev != thePath.st_dev || theFile.st_ino != thePath.st_ino) {
+    errno = ESTALE;
+    return false;
+  }
+  mSize = theFile.st_size;
+  if (S_ISREG(theFile.st_mode) && theFile.st_nlink == 1) return true;
+  errno = EPERM;
+  return false;
 }
 
 void CASettingsFile::Close() {
@@ -89,19 +93,20 @@ bool CASettingsFile::GetStatus(struct stat& outStatus) const {
 }
 
 bool CASettingsFile::Read(std::vector<UInt8>& outBytes) const {
-  struct stat theStatus;
-  if (!GetStatus(theStatus)) return false;
-  outBytes.resize(static_cast<size_t>(theStatus.st_size));
+  outBytes.resize(static_cast<size_t>(mSize));
   size_t theSize = 0;
   while (theSize < outBytes.size()) {
-    const ssize_t theCount = pread(mFile, outBytes.data() + theSize, outBytes.size() - theSize,
-                                   static_cast<off_t>(theSize));
-    if (theCount < 0 && errno == EINTR) continue;
-    if (theCount < 0) return false;
-    if (theCount == 0) break;
+    const ssize_t theCount = CAUninterrupted([&] {
+      return pread(mFile, outBytes.data() + theSize, outBytes.size() - theSize,
+                   static_cast<off_t>(theSize));
+    });
+    if (theCount <= 0) {
+      // Whoever is about to write has emptied it. The half that was there is nobody's any more.
+      outBytes.clear();
+      return theCount == 0;
+    }
     theSize += static_cast<size_t>(theCount);
   }
-  outBytes.resize(theSize);
   return true;
 }
 
@@ -109,9 +114,9 @@ bool CASettingsFile::Write(const UInt8* inBytes, size_t inSize) const {
   if (!Empty()) return false;
   size_t theSize = 0;
   while (theSize < inSize) {
-    const ssize_t theCount =
-        pwrite(mFile, inBytes + theSize, inSize - theSize, static_cast<off_t>(theSize));
-    if (theCount < 0 && errno == EINTR) continue;
+    const ssize_t theCount = CAUninterrupted([&] {
+      return pwrite(mFile, inBytes + theSize, inSize - theSize, static_cast<off_t>(theSize));
+    });
     if (theCount <= 0) {
       // Half a list would cost other processes what they remember; an empty file does not.
       Empty();
@@ -123,14 +128,10 @@ bool CASettingsFile::Write(const UInt8* inBytes, size_t inSize) const {
 }
 
 bool CASettingsFile::Empty() const {
-  int theResult;
-  do {
-    theResult = ftruncate(mFile, 0);
-  } while (theResult != 0 && errno == EINTR);
-  return theResult == 0;
+  return CAUninterrupted([&] { return ftruncate(mFile, 0); }) == 0;
 }
 
 void CASettingsFile::SetMode(mode_t inMode) const {
   // Another user's file keeps the mode that it has.
-  (void)fchmod(mFile, inMode);
+  (void)CAUninterrupted([&] { return fchmod(mFile, inMode); });
 }

@@ -15,10 +15,11 @@
 // Ownership: owns the descriptor; the path is borrowed. The lock goes with Close, also where a
 //   forked child has inherited the descriptor.
 // Units and range: bytes; times as the file system counts them.
-// Failure: false; the file is then closed, unless it says otherwise.
+// Failure: false. Of a file that could not be opened errno tells why: ESTALE if another one has
+//   taken its place, EPERM if it is not one that is used here.
 class CASettingsFile {
  public:
-  explicit CASettingsFile(const char* inPath) : mPath(inPath), mFile(-1) {}
+  explicit CASettingsFile(const char* inPath) : mPath(inPath), mFile(-1), mSize(0) {}
   ~CASettingsFile() { Close(); }
   CASettingsFile(const CASettingsFile&) = delete;
   CASettingsFile& operator=(const CASettingsFile&) = delete;
@@ -28,17 +29,18 @@ class CASettingsFile {
   // Only where there is no file.
   bool Create();
 
-  // Waits for the lock, at most that long. False with the file still open: the time is over.
+  // Waits for the lock, at most that long.
   bool Lock(UInt32 inMilliseconds);
-  bool IsOpen() const { return mFile >= 0; }
   // Whether the path still leads to this file, and nothing else does.
-  bool IsInPlace() const;
+  bool IsInPlace();
+  // When it was last found in place.
+  off_t GetSize() const { return mSize; }
   void Close();
 
   bool GetStatus(struct stat& outStatus) const;
-  // All of it; the file stays open. Fewer bytes than there were if it shrank meanwhile.
+  // As many bytes as that size. None if there are no longer so many: then it has been emptied.
   bool Read(std::vector<UInt8>& outBytes) const;
-  // In place of what is there; an empty file if that fails. The file stays open.
+  // In place of what is there; an empty file if that fails.
   bool Write(const UInt8* inBytes, size_t inSize) const;
   bool Empty() const;
   void SetMode(mode_t inMode) const;
@@ -48,4 +50,5 @@ class CASettingsFile {
 
   const char* const mPath;
   int mFile;
+  off_t mSize;
 };

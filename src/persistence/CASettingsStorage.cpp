@@ -3,8 +3,6 @@
 #include <errno.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
-#include <cstring>
 #include <new>
 
 #include "persistence/CASettingsFile.h"
@@ -40,9 +38,11 @@ T CopyIfOfType(CFTypeRef inValue, CFTypeID inTypeID, T inDefaultValue) {
   return theAnswer;
 }
 
-CFNumberRef AsNumber(CFTypeRef inValue) {
-  const bool theIsNumber = inValue != nullptr && CFGetTypeID(inValue) == CFNumberGetTypeID();
-  return theIsNumber ? static_cast<CFNumberRef>(inValue) : nullptr;
+// A number, read at the width of the getter.
+template <class T>
+T ReadIfNumber(CFTypeRef inValue, T (CACFNumber::*inGetter)() const, T inDefaultValue) {
+  if (inValue == nullptr || CFGetTypeID(inValue) != CFNumberGetTypeID()) return inDefaultValue;
+  return (CACFNumber(static_cast<CFNumberRef>(inValue), false).*inGetter)();
 }
 
 }  // namespace
@@ -50,93 +50,77 @@ CFNumberRef AsNumber(CFTypeRef inValue) {
 CASettingsStorage::CASettingsStorage(const char* inSettingsFilePath, UInt16 inSettingsFileMode,
                                      CFPropertyListFormat inSettingsFileFormat,
                                      bool inIsSingleProcessOnly, bool inIsReadOnly)
-    : mSettingsFilePath(strdup(inSettingsFilePath)),
+    : mSettingsFilePath(inSettingsFilePath),
       mSettingsFileMode(inSettingsFileMode),
-      mSettings(nullptr),
+      mSettings(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
+                                          &kCFTypeDictionaryValueCallBacks)),
       mSettingsFileFormat(inSettingsFileFormat),
       mSettingsCacheTime(),
       mSettingsCacheForceRefresh(true),
       mIsSingleProcessOnly(inIsSingleProcessOnly),
       mIsReadOnly(inIsReadOnly),
       mLockIsHeldHostage(false) {
-  if (mSettingsFilePath == nullptr) throw std::bad_alloc();
-  MakeSettings();
+  if (!mSettings.IsValid()) throw std::bad_alloc();
 }
 
-CASettingsStorage::~CASettingsStorage() {
-  if (mSettings != nullptr) CFRelease(mSettings);
-  std::free(mSettingsFilePath);
-}
-
-void CASettingsStorage::MakeSettings() {
-  if (mSettings != nullptr) return;
-  mSettings = CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
-                                        &kCFTypeDictionaryValueCallBacks);
-}
+CASettingsStorage::~CASettingsStorage() = default;
 
 // Keys and values.
 
 UInt32 CASettingsStorage::GetNumberKeys() {
   RefreshSettings();
-  return static_cast<UInt32>(CFDictionaryGetCount(mSettings));
+  return static_cast<UInt32>(CFDictionaryGetCount(mSettings.GetObject()));
 }
 
 void CASettingsStorage::GetKeys(UInt32 inNumberKeys, UInt32& outNumberKeys, CFStringRef* outKeys) {
   RefreshSettings();
-  CFDictionaryGetKeysAndValues(mSettings, reinterpret_cast<const void**>(outKeys), nullptr);
+  CFDictionaryGetKeysAndValues(mSettings.GetObject(), reinterpret_cast<const void**>(outKeys),
+                               nullptr);
   outNumberKeys = inNumberKeys;
 }
 
 CFTypeRef CASettingsStorage::GetValue(CFStringRef inKey) {
   RefreshSettings();
-  return CFDictionaryGetValue(mSettings, inKey);
+  return CFDictionaryGetValue(mSettings.GetObject(), inKey);
 }
 
 void CASettingsStorage::CopyBoolValue(CFStringRef inKey, bool& outValue, bool inDefaultValue) {
-  outValue = inDefaultValue;
   CFTypeRef theValue = GetValue(inKey);
-  if (theValue == nullptr) return;
-  if (CFGetTypeID(theValue) == CFBooleanGetTypeID()) {
+  if (theValue != nullptr && CFGetTypeID(theValue) == CFBooleanGetTypeID()) {
     outValue = CFBooleanGetValue(static_cast<CFBooleanRef>(theValue));
-  } else if (CFNumberRef theNumber = AsNumber(theValue)) {
-    outValue = CACFNumber(theNumber, false).GetSInt32() != 0;
+  } else {
+    outValue = ReadIfNumber<SInt32>(theValue, &CACFNumber::GetSInt32, inDefaultValue) != 0;
   }
 }
 
 void CASettingsStorage::CopySInt32Value(CFStringRef inKey, SInt32& outValue,
                                         SInt32 inDefaultValue) {
-  CFNumberRef theNumber = AsNumber(GetValue(inKey));
-  outValue = theNumber != nullptr ? CACFNumber(theNumber, false).GetSInt32() : inDefaultValue;
+  outValue = ReadIfNumber(GetValue(inKey), &CACFNumber::GetSInt32, inDefaultValue);
 }
 
 void CASettingsStorage::CopyUInt32Value(CFStringRef inKey, UInt32& outValue,
                                         UInt32 inDefaultValue) {
-  CFNumberRef theNumber = AsNumber(GetValue(inKey));
-  outValue = theNumber != nullptr ? CACFNumber(theNumber, false).GetUInt32() : inDefaultValue;
+  outValue = ReadIfNumber(GetValue(inKey), &CACFNumber::GetUInt32, inDefaultValue);
 }
 
 void CASettingsStorage::CopySInt64Value(CFStringRef inKey, SInt64& outValue,
                                         SInt64 inDefaultValue) {
-  CFNumberRef theNumber = AsNumber(GetValue(inKey));
-  outValue = theNumber != nullptr ? CACFNumber(theNumber, false).GetSInt64() : inDefaultValue;
+  outValue = ReadIfNumber(GetValue(inKey), &CACFNumber::GetSInt64, inDefaultValue);
 }
 
 void CASettingsStorage::CopyUInt64Value(CFStringRef inKey, UInt64& outValue,
                                         UInt64 inDefaultValue) {
-  CFNumberRef theNumber = AsNumber(GetValue(inKey));
-  outValue = theNumber != nullptr ? CACFNumber(theNumber, false).GetUInt64() : inDefaultValue;
+  outValue = ReadIfNumber(GetValue(inKey), &CACFNumber::GetUInt64, inDefaultValue);
 }
 
 void CASettingsStorage::CopyFloat32Value(CFStringRef inKey, Float32& outValue,
                                          Float32 inDefaultValue) {
-  CFNumberRef theNumber = AsNumber(GetValue(inKey));
-  outValue = theNumber != nullptr ? CACFNumber(theNumber, false).GetFloat32() : inDefaultValue;
+  outValue = ReadIfNumber(GetValue(inKey), &CACFNumber::GetFloat32, inDefaultValue);
 }
 
 void CASettingsStorage::CopyFloat64Value(CFStringRef inKey, Float64& outValue,
                                          Float64 inDefaultValue) {
-  CFNumberRef theNumber = AsNumber(GetValue(inKey));
-  outValue = theNumber != nullptr ? CACFNumber(theNumber, false).GetFloat64() : inDefaultValue;
+  outValue = ReadIfNumber(GetValue(inKey), &CACFNumber::GetFloat64, inDefaultValue);
 }
 
 void CASettingsStorage::CopyNumberValue(CFStringRef inKey, CFNumberRef& outValue,
@@ -217,19 +201,19 @@ void CASettingsStorage::SetDataValue(CFStringRef inKey, CFDataRef inValue) {
 
 void CASettingsStorage::SetCFTypeValue(CFStringRef inKey, CFTypeRef inValue) {
   RefreshSettings();
-  if (inValue != nullptr) CFDictionarySetValue(mSettings, inKey, inValue);
+  if (inValue != nullptr) CFDictionarySetValue(mSettings.GetObject(), inKey, inValue);
   SaveSettings();
 }
 
 void CASettingsStorage::RemoveValue(CFStringRef inKey) {
   RefreshSettings();
-  CFDictionaryRemoveValue(mSettings, inKey);
+  CFDictionaryRemoveValue(mSettings.GetObject(), inKey);
   SaveSettings();
 }
 
 void CASettingsStorage::RemoveAllValues() {
   RefreshSettings();
-  CFDictionaryRemoveAllValues(mSettings);
+  CFDictionaryRemoveAllValues(mSettings.GetObject());
   SaveSettings();
 }
 
@@ -245,72 +229,70 @@ void CASettingsStorage::ForceRefresh() {
 // The file.
 
 void CASettingsStorage::RefreshSettings() {
-  if (mIsSingleProcessOnly && mSettings != nullptr && IsSet(mSettingsCacheTime) &&
-      !mSettingsCacheForceRefresh) {
-    return;
-  }
+  if (mIsSingleProcessOnly && IsSet(mSettingsCacheTime) && !mSettingsCacheForceRefresh) return;
   // Starts again when another process was quicker to replace what this one found.
-  MakeSettings();
   for (int theTry = 0; theTry < kMaximumTries; ++theTry) {
     struct stat theStatus;
     Found theFound;
-    if (stat(mSettingsFilePath, &theStatus) == 0) {
+    if (stat(mSettingsFilePath.c_str(), &theStatus) == 0) {
       if (!IsOlder(mSettingsCacheTime, theStatus.st_mtimespec) && !mSettingsCacheForceRefresh) {
         return;
       }
-      if (LoadSettings(theStatus.st_mtimespec, theFound)) return;
+      const Outcome theOutcome = LoadSettings(theStatus.st_mtimespec, theFound);
+      if (theOutcome == Outcome::kDone) return;
+      if (theOutcome == Outcome::kNotAsFound) continue;
     }
-    MakeSettings();
     mSettingsCacheTime = {};
-    if (ReplaceFile(theFound) != Saved::kNotAsFound) return;
+    if (ReplaceFile(theFound) != Outcome::kNotAsFound) return;
   }
 }
 
-bool CASettingsStorage::LoadSettings(const struct timespec& inFileTime, Found& outFound) {
-  outFound.mKind = Found::kNothingUsable;
-  CASettingsFile theFile(mSettingsFilePath);
+CASettingsStorage::Outcome CASettingsStorage::LoadSettings(const struct timespec& inFileTime,
+                                                           Found& outFound) {
+  CASettingsFile theFile(mSettingsFilePath.c_str());
   if (!theFile.OpenForReading()) {
-    // That this process has run out of something says nothing about the file.
-    return errno == EMFILE || errno == ENFILE || errno == ENOMEM;
+    outFound.mKind = Found::kNothingUsable;
+    return errno == ENOENT || errno == ESTALE ? Outcome::kNotAsFound : Outcome::kNotDone;
   }
-  if (!LockFile(theFile)) {
-    // Without the lock the file could not be replaced either: what is in hand must do.
-    return theFile.IsOpen();
-  }
-  if (!theFile.IsInPlace()) {
-    // Replaced while it was waited for; what stands there now is to be looked at.
-    outFound.mKind = Found::kNothing;
-    return false;
-  }
-  mSettingsCacheForceRefresh = false;
-  struct stat theStatus;
-  if (theFile.GetStatus(theStatus) && theStatus.st_size > kMaximumFileSize) {
-    outFound.mKind = Found::kTooMuch;
-  } else if (theFile.Read(outFound.mBytes)) {
-    outFound.mKind = Found::kBytes;
-  }
+  // Without the lock the file could not be replaced either: what is in hand must do.
+  if (!LockFile(theFile)) return Outcome::kDone;
+  if (!theFile.IsInPlace()) return Outcome::kNotAsFound;
+  ReadFile(theFile, outFound);
   theFile.Close();
+  mSettingsCacheForceRefresh = false;
   // An empty file is one that a writer has opened and not yet written: it costs nobody what he has.
-  if (outFound.mKind == Found::kBytes && outFound.mBytes.empty()) return false;
-
-  if (mSettings != nullptr) CFRelease(mSettings);
-  mSettings = nullptr;
-  if (outFound.mKind != Found::kBytes || !ParseSettings(outFound.mBytes)) return false;
-  mSettingsCacheTime = inFileTime;
-  return true;
+  if (outFound == Found()) return Outcome::kNotDone;
+  if (outFound.mKind == Found::kBytes) return ParseSettings(outFound.mBytes, inFileTime);
+  CFDictionaryRemoveAllValues(mSettings.GetObject());
+  return Outcome::kNotDone;
 }
 
-bool CASettingsStorage::ParseSettings(const std::vector<UInt8>& inBytes) {
+CASettingsStorage::Outcome CASettingsStorage::ParseSettings(const std::vector<UInt8>& inBytes,
+                                                            const struct timespec& inFileTime) {
   const CACFObject<CFDataRef> theData(CFDataCreateWithBytesNoCopy(
       nullptr, inBytes.data(), static_cast<CFIndex>(inBytes.size()), kCFAllocatorNull));
-  if (!theData.IsValid()) return false;
+  if (!theData.IsValid()) {
+    // That this process has no memory says nothing about the file: it is read another time.
+    mSettingsCacheForceRefresh = true;
+    throw std::bad_alloc();
+  }
   CACFObject<CFPropertyListRef> theList(CFPropertyListCreateWithData(
       nullptr, theData.GetObject(), kCFPropertyListMutableContainersAndLeaves, nullptr, nullptr));
   if (!theList.IsValid() || CFGetTypeID(theList.GetObject()) != CFDictionaryGetTypeID()) {
-    return false;
+    CFDictionaryRemoveAllValues(mSettings.GetObject());
+    return Outcome::kNotDone;
   }
   mSettings = static_cast<CFMutableDictionaryRef>(const_cast<void*>(theList.CopyObject()));
-  return true;
+  mSettingsCacheTime = inFileTime;
+  return Outcome::kDone;
+}
+
+void CASettingsStorage::ReadFile(const CASettingsFile& inFile, Found& outFound) {
+  if (inFile.GetSize() > kMaximumFileSize) {
+    outFound.mKind = Found::kTooMuch;
+  } else {
+    outFound.mKind = inFile.Read(outFound.mBytes) ? Found::kBytes : Found::kNothingUsable;
+  }
 }
 
 bool CASettingsStorage::LockFile(CASettingsFile& inFile) {
@@ -324,12 +306,10 @@ void CASettingsStorage::SaveSettings() {
   const CACFObject<CFDataRef> theData(CopySerializedSettings());
   if (!theData.IsValid()) return;
   for (int theTry = 0; theTry < kMaximumTries; ++theTry) {
-    CASettingsFile theFile(mSettingsFilePath);
-    if (!theFile.OpenForWriting() && !theFile.Create()) {
-      // The path may just have got its file, or lost it.
-      if (errno == EEXIST) continue;
-      return;
-    }
+    CASettingsFile theFile(mSettingsFilePath.c_str());
+    const Outcome theOutcome = OpenOrCreate(theFile);
+    if (theOutcome == Outcome::kNotAsFound) continue;
+    if (theOutcome == Outcome::kNotDone) return;
     // Emptied before the lock is had: readers know an empty file as one that is being written.
     if (!theFile.Empty()) return;
     if (!LockFile(theFile)) return;
@@ -339,45 +319,31 @@ void CASettingsStorage::SaveSettings() {
   }
 }
 
-CASettingsStorage::Saved CASettingsStorage::ReplaceFile(const Found& inFound) {
+CASettingsStorage::Outcome CASettingsStorage::ReplaceFile(const Found& inFound) {
   const CACFObject<CFDataRef> theData(CopySerializedSettings());
-  if (!theData.IsValid()) return Saved::kNo;
-  CASettingsFile theFile(mSettingsFilePath);
-  if (inFound.mKind == Found::kNothing) {
-    if (!theFile.Create()) return errno == EEXIST ? Saved::kNotAsFound : Saved::kNo;
-  } else if (!theFile.OpenForWriting()) {
-    return errno == ENOENT ? Saved::kNotAsFound : Saved::kNo;
-  }
-  if (!LockFile(theFile)) return Saved::kNo;
-  if (!theFile.IsInPlace()) return Saved::kNotAsFound;
-
+  if (!theData.IsValid()) return Outcome::kNotDone;
+  CASettingsFile theFile(mSettingsFilePath.c_str());
+  const Outcome theOutcome = OpenOrCreate(theFile);
+  if (theOutcome != Outcome::kDone) return theOutcome;
+  if (!LockFile(theFile)) return Outcome::kNotDone;
+  if (!theFile.IsInPlace()) return Outcome::kNotAsFound;
   // Not over what another process has written since.
-  struct stat theStatus;
-  std::vector<UInt8> theBytes;
-  if (!theFile.GetStatus(theStatus)) return Saved::kNo;
-  const bool theIsTooMuch = theStatus.st_size > kMaximumFileSize;
-  switch (inFound.mKind) {
-    case Found::kNothing:
-      if (theStatus.st_size != 0) return Saved::kNotAsFound;
-      break;
-    case Found::kTooMuch:
-      if (!theIsTooMuch) return Saved::kNotAsFound;
-      break;
-    case Found::kBytes:
-      if (theIsTooMuch) return Saved::kNotAsFound;
-      if (!theFile.Read(theBytes)) return Saved::kNo;
-      if (theBytes != inFound.mBytes) return Saved::kNotAsFound;
-      break;
-    case Found::kNothingUsable:
-      break;
-  }
+  Found theFound;
+  ReadFile(theFile, theFound);
+  if (theFound != inFound) return Outcome::kNotAsFound;
   WriteLockedFile(theFile, theData.GetObject());
-  return Saved::kYes;
+  return Outcome::kDone;
+}
+
+CASettingsStorage::Outcome CASettingsStorage::OpenOrCreate(CASettingsFile& outFile) {
+  if (outFile.OpenForWriting() || (errno == ENOENT && outFile.Create())) return Outcome::kDone;
+  // The path may just have got its file, or another one.
+  return errno == EEXIST || errno == ESTALE ? Outcome::kNotAsFound : Outcome::kNotDone;
 }
 
 CFDataRef CASettingsStorage::CopySerializedSettings() const {
-  if (mIsReadOnly || mSettings == nullptr) return nullptr;
-  return CFPropertyListCreateData(nullptr, mSettings, mSettingsFileFormat, 0, nullptr);
+  if (mIsReadOnly) return nullptr;
+  return CFPropertyListCreateData(nullptr, mSettings.GetObject(), mSettingsFileFormat, 0, nullptr);
 }
 
 void CASettingsStorage::WriteLockedFile(const CASettingsFile& inFile, CFDataRef inData) {

@@ -3,7 +3,10 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <ctime>
+#include <string>
 #include <vector>
+
+#include "support/CACFObject.h"
 
 class CASettingsFile;
 
@@ -20,9 +23,9 @@ class CASettingsFile;
 //   are set are borrowed.
 // Units and range: numbers at the width in the operation's name. A file larger than 4 MiB is not
 //   read.
-// Failure: none is reported. What cannot be read gives the default; what cannot be written stays in
-//   memory. The file may lie where others can write: it is only used if it is a regular file with
-//   one link, and its lock is waited for within a bound.
+// Failure: none is reported but std::bad_alloc. What cannot be read gives the default; what cannot
+//   be written stays in memory. The file may lie where others can write: it is only used if it is a
+//   regular file with one link, and its lock is waited for within a bound.
 class CASettingsStorage {
  public:
   // A mode of 0 leaves the file's mode alone. Touches no file.
@@ -75,30 +78,32 @@ class CASettingsStorage {
   void ForceRefresh();
 
  private:
-  // What stood where the settings should have been.
+  // What stood where the settings should have been. A file that is missing is like an empty one.
   struct Found {
-    enum Kind { kNothing, kNothingUsable, kTooMuch, kBytes };
-    Kind mKind = kNothing;
+    enum Kind { kNothingUsable, kTooMuch, kBytes };
+    Kind mKind = kBytes;
     std::vector<UInt8> mBytes;  // none in an empty file
+    bool operator==(const Found&) const = default;
   };
-  enum class Saved { kYes, kNo, kNotAsFound };
+  enum class Outcome { kDone, kNotDone, kNotAsFound };
 
   void RefreshSettings();
-  // False if the file must be replaced; outFound then says what was in it.
-  bool LoadSettings(const struct timespec& inFileTime, Found& outFound);
-  bool ParseSettings(const std::vector<UInt8>& inBytes);
+  // If not done the file must be replaced; outFound then says what was in it.
+  Outcome LoadSettings(const struct timespec& inFileTime, Found& outFound);
+  Outcome ParseSettings(const std::vector<UInt8>& inBytes, const struct timespec& inFileTime);
+  static void ReadFile(const CASettingsFile& inFile, Found& outFound);
   bool LockFile(CASettingsFile& inFile);
   void SaveSettings();
   // Replaces what was found unless it has changed since.
-  Saved ReplaceFile(const Found& inFound);
+  Outcome ReplaceFile(const Found& inFound);
+  static Outcome OpenOrCreate(CASettingsFile& outFile);
   CFDataRef CopySerializedSettings() const;
   void WriteLockedFile(const CASettingsFile& inFile, CFDataRef inData);
-  void MakeSettings();
   CFTypeRef GetValue(CFStringRef inKey);
 
-  char* mSettingsFilePath;
+  const std::string mSettingsFilePath;
   UInt16 mSettingsFileMode;
-  CFMutableDictionaryRef mSettings;
+  CACFObject<CFMutableDictionaryRef> mSettings;  // there always is one
   CFPropertyListFormat mSettingsFileFormat;
   struct timespec mSettingsCacheTime;  // the file's when last read or written; 0 and 0 if neither
   bool mSettingsCacheForceRefresh;
