@@ -1,7 +1,6 @@
 #include "persistence/HP_DeviceSettings_File.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,7 +10,11 @@
 #include <charconv>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "persistence/CAUninterrupted.h"
+#include "support/CAProcess.h"
 
 namespace HP_DeviceSettings_File {
 namespace {
@@ -22,12 +25,15 @@ constexpr off_t kMaxSize = 64 << 20;
 class PlainFile {
  public:
   PlainFile(const char* inPath, int inFlags, mode_t inMode = 0)
-      : mDescriptor(open(inPath, inFlags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, inMode)),
-        mError(errno),
+      : mDescriptor(CAUninterrupted([&] {
+          return open(inPath, inFlags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, inMode);
+        })),
+        mError(mDescriptor < 0 ? errno : 0),
         mStatus() {
     if (mDescriptor >= 0 && (fstat(mDescriptor, &mStatus) != 0 || !S_ISREG(mStatus.st_mode))) {
       Close();
       mError = EINVAL;
+      mStatus = {};
     }
   }
   ~PlainFile() { Close(); }
@@ -35,24 +41,23 @@ class PlainFile {
   PlainFile& operator=(const PlainFile&) = delete;
 
   bool IsOpen() const { return mDescriptor >= 0; }
-  bool IsMissing() const { return !IsOpen() && mError == ENOENT; }
+  bool IsMissing() const { return mError == ENOENT; }
   int GetDescriptor() const { return mDescriptor; }
   const struct stat& GetStatus() const { return mStatus; }
 
-  // Some file systems tell only here that there was no room.
+  // Some file systems tell only here that there was no room. A file whose closing was interrupted
+  // is closed.
   bool Close() {
-    const bool theIsGood = mDescriptor < 0 || close(mDescriptor) == 0;
-    mDescriptor = -1;
-    return theIsGood;
+    const int theDescriptor = std::exchange(mDescriptor, -1);
+    return theDescriptor < 0 || close(theDescriptor) == 0 || errno == EINTR;
   }
 
   // False if it ends before the buffer is full.
   bool Read(std::vector<UInt8>& outBytes) const {
     size_t theSize = 0;
     while (theSize < outBytes.size()) {
-      const ssize_t theCount =
-          read(mDescriptor, outBytes.data() + theSize, outBytes.size() - theSize);
-      if (theCount < 0 && errno == EINTR) continue;
+      const ssize_t theCount = CAUninterrupted(
+          [&] { return read(mDescriptor, outBytes.data() + theSize, outBytes.size() - theSize); });
       if (theCount <= 0) return false;
       theSize += static_cast<size_t>(theCount);
     }
@@ -61,8 +66,7 @@ class PlainFile {
 
   bool Write(const UInt8* inBytes, size_t inSize) const {
     while (inSize > 0) {
-      const ssize_t theCount = write(mDescriptor, inBytes, inSize);
-      if (theCount < 0 && errno == EINTR) continue;
+      const ssize_t theCount = CAUninterrupted([&] { return write(mDescriptor, inBytes, inSize); });
       if (theCount <= 0) return false;
       inBytes += theCount;
       inSize -= static_cast<size_t>(theCount);
@@ -81,27 +85,32 @@ std::string GetTemporaryPrefix(const std::filesystem::path& inPath) {
   return "." + inPath.filename().string() + ".";
 }
 
+// One that is free: an earlier process with this one's id may have left some.
 std::string MakeTemporaryPath(const std::filesystem::path& inPath) {
   static std::atomic<unsigned> sNumber{0};
-  return inPath.parent_path().string() + "/" + GetTemporaryPrefix(inPath) +
-         std::to_string(getpid()) + "." + std::to_string(sNumber.fetch_add(1));
+  const std::string theStart = inPath.parent_path().string() + "/" + GetTemporaryPrefix(inPath) +
+                               std::to_string(getpid()) + ".";
+  std::string thePath;
+  struct stat theStatus;
+  do {
+    thePath = theStart + std::to_string(sNumber.fetch_add(1));
+  } while (lstat(thePath.c_str(), &theStatus) == 0);
+  return thePath;
 }
 
 bool IsLeftover(const std::string& inName, const std::string& inPrefix) {
   if (!inName.starts_with(inPrefix)) return false;
-  const char* const theBegin = inName.data() + inPrefix.size();
-  const char* const theEnd = inName.data() + inName.size();
-  pid_t thePID = 0;
-  const auto theResult = std::from_chars(theBegin, theEnd, thePID);
-  return theResult.ec == std::errc() && theResult.ptr != theEnd && *theResult.ptr == '.' &&
-         thePID > 0 && kill(thePID, 0) != 0 && errno == ESRCH;
+  pid_t thePID = 0;  // stays so where there is no number
+  const char* const theRest =
+      std::from_chars(inName.data() + inPrefix.size(), inName.data() + inName.size(), thePID).ptr;
+  return *theRest == '.' && thePID > 0 && !CAProcess::ProcessExists(thePID);
 }
 
 void RemoveLeftovers(const std::filesystem::path& inPath) {
   const std::string thePrefix = GetTemporaryPrefix(inPath);
   std::error_code theError;
   for (std::filesystem::directory_iterator theEntry(inPath.parent_path(), theError), theEnd;
-       !theError && theEntry != theEnd; theEntry.increment(theError)) {
+       theEntry != theEnd; theEntry.increment(theError)) {
     if (IsLeftover(theEntry->path().filename().string(), thePrefix)) {
       unlink(theEntry->path().c_str());
     }
@@ -117,12 +126,13 @@ bool WriteTemporary(const std::string& inPath, CFDataRef inContent, const PlainF
   }
   if (inOldFile.IsOpen()) {
     const struct stat& theOld = inOldFile.GetStatus();
-    const struct stat& theNew = theFile.GetStatus();
-    if (theOld.st_uid != theNew.st_uid || theOld.st_gid != theNew.st_gid) {
-      // Only some may give a file away; the mode is kept for all.
-      static_cast<void>(fchown(theFile.GetDescriptor(), theOld.st_uid, theOld.st_gid) == 0);
+    const int theDescriptor = theFile.GetDescriptor();
+    // Only some may give a file away; the mode is kept for all.
+    static_cast<void>(
+        CAUninterrupted([&] { return fchown(theDescriptor, theOld.st_uid, theOld.st_gid); }));
+    if (CAUninterrupted([&] { return fchmod(theDescriptor, theOld.st_mode & 07777); }) != 0) {
+      return false;
     }
-    if (fchmod(theFile.GetDescriptor(), theOld.st_mode & 07777) != 0) return false;
   }
   return theFile.Close();
 }
@@ -131,9 +141,9 @@ bool WriteTemporary(const std::string& inPath, CFDataRef inContent, const PlainF
 
 CFDataRef CopyContent(const char* inPath, bool& outExists) {
   const PlainFile theFile(inPath, O_RDONLY);
-  const off_t theSize = theFile.IsOpen() ? theFile.GetStatus().st_size : 0;
-  outExists = theSize != 0;
-  if (!outExists || theSize > kMaxSize) return nullptr;
+  const off_t theSize = theFile.GetStatus().st_size;
+  outExists = theFile.IsOpen() ? theSize != 0 : !theFile.IsMissing();
+  if (theSize == 0 || theSize > kMaxSize) return nullptr;
   std::vector<UInt8> theBytes(static_cast<size_t>(theSize));
   if (!theFile.Read(theBytes)) return nullptr;
   return CFDataCreate(kCFAllocatorDefault, theBytes.data(), static_cast<CFIndex>(theSize));

@@ -11,8 +11,8 @@
 //   touches anything there but a plain file.
 namespace HP_DeviceSettings_File {
 
-// Null with outExists false if the file cannot be opened or is empty; null with outExists true if
-// it cannot be read to its end.
+// Null with outExists false if there is no file or nothing in it; null with outExists true if it
+// cannot be read to its end.
 CFDataRef CopyContent(const char* inPath, bool& outExists);
 
 // The file keeps its mode and, as far as may be, its owner. One that this process may not write
