@@ -1,2 +1,3 @@
 #include "support/persistence/FakeNotifications.cpp"
 #include "support/persistence/FakePreferences.cpp"
+#include "support/persistence/FakeSettingsFile.cpp"

@@ -198,6 +198,25 @@ TEST(LayoutFromDictionary, SkipsWhatIsNoDictionaryAndReadsUpToThreeCoordinates) 
   EXPECT_EQ(read[1].mCoordinates[2], 7.0f);
 }
 
+TEST(LayoutFromDictionary, ADescriptionWithoutCoordinatesKeepsThoseThatAreThere) {
+  CACFDictionary description(true);
+  description.AddUInt32(CFSTR("channel label"), 5);
+  CACFArray descriptions(true);
+  descriptions.AppendDictionary(description.GetCFDictionary());
+  CACFDictionary dictionary(true);
+  dictionary.AddUInt32(CFSTR("channel layout tag"), 0);
+  dictionary.AddArray(CFSTR("channel descriptions"), descriptions.GetCFArray());
+
+  const Layout before(CreateLayout(2));
+  const Layout layout(CreateLayout(2));
+  HP_PreferredChannels_ConstructLayoutFromDictionary(dictionary.GetCFDictionary(), *layout);
+  EXPECT_EQ(layout->mChannelDescriptions[0].mChannelLabel, 5u);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(layout->mChannelDescriptions[0].mCoordinates[i],
+              before->mChannelDescriptions[0].mCoordinates[i]);
+  }
+}
+
 TEST(LayoutFromDictionary, WithATagDescriptionsAreNotRead) {
   const Layout source(CreateLayout(2));
   CACFDictionary dictionary(CreateDictionary(*source), true);
