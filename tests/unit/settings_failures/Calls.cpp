@@ -117,8 +117,10 @@ int stat(const char* inPath, struct stat* outStatus) noexcept {
 }
 
 int lstat(const char* inPath, struct stat* outStatus) noexcept {
-  return static_cast<int>(
+  const int result = static_cast<int>(
       Call("lstat", SYS_newfstatat, AT_FDCWD, inPath, outStatus, AT_SYMLINK_NOFOLLOW));
+  if (Calls::Get().mIsElsewhere) ++outStatus->st_dev;
+  return result;
 }
 
 int fstat(int inFile, struct stat* outStatus) noexcept {

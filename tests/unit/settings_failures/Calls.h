@@ -25,6 +25,8 @@ struct Calls {
   // The clock while calls are watched: it moves by what is slept, and by a little at each look.
   long long mNanos = 0;
   std::vector<long long> mSleeps;
+  // What a path leads to is on another file system than what is open.
+  bool mIsElsewhere = false;
 
   int Enter(const char* inName);
 };

@@ -182,12 +182,17 @@ TEST_F(Moments, AFileSystemWithoutLocksLeavesWhatIsInHand) {
 
 TEST_F(Moments, AFileThatIsReplacedWhileItIsOpenedIsReadAnew) {
   for (const bool isReadOnly : {false, true}) {
-    Write(K(1));
-    CASettingsStorage storage = Make(false, isReadOnly);
-    // Between the opening and the look at the path.
-    const Watch watch(Before("lstat", [&] { Replace(K(2)); }));
-    EXPECT_EQ(Number(storage), 2);
-    EXPECT_EQ(Content(), K(2)) << "nothing was written over it";
+    for (const bool isMovedAside : {false, true}) {
+      Write(K(1));
+      CASettingsStorage storage = Make(false, isReadOnly);
+      // Between the opening and the look at the path.
+      const Watch watch(Before("lstat", [&] {
+        if (isMovedAside) fs::rename(mFile, mFolder / "aside");
+        Replace(K(2));
+      }));
+      EXPECT_EQ(Number(storage), 2);
+      EXPECT_EQ(Content(), K(2)) << "nothing was written over it";
+    }
   }
 }
 
@@ -225,11 +230,16 @@ TEST_F(Moments, AFileThatAppearsWhileItIsCreatedIsRead) {
 TEST_F(Moments, ASaveFollowsAFileThatIsReplacedWhileItIsOpened) {
   CASettingsStorage storage = Make();
   MakeCurrent(storage);
+  std::string before = Content();
   {
-    const Watch watch(Before("lstat", [&] { Replace(K(2)); }));
+    const Watch watch(Before("lstat", [&] {
+      fs::rename(mFile, mFolder / "aside");
+      Write(K(2));
+    }));
     Set(storage, 3);
   }
   EXPECT_EQ(Stored(), 3);
+  EXPECT_EQ(ReadFile(mFolder / "aside"), before);
 }
 
 TEST_F(Moments, ASaveFollowsAFileThatAppearsWhileItIsCreated) {
@@ -268,16 +278,43 @@ TEST_F(Moments, AFileIsInPlaceOnlyWhereThePathLeadsToIt) {
   CASettingsFile file(path.c_str());
   ASSERT_TRUE(file.OpenForReading());
   EXPECT_TRUE(file.IsInPlace());
-  // On another file system, whatever its number is there.
-  fs::remove(folder);
-  fs::create_symlink("/proc/self", folder);
+  // Of the same number, but on another file system.
+  Calls::Get().mIsElsewhere = true;
   EXPECT_FALSE(file.IsInPlace());
   EXPECT_EQ(errno, ESTALE);
+  Calls::Get().mIsElsewhere = false;
+  EXPECT_TRUE(file.IsInPlace());
+  fs::rename(path, mFolder / "aside");
+  EXPECT_FALSE(file.IsInPlace());
+  EXPECT_EQ(errno, ENOENT);
+  fs::copy_file(mFolder / "aside", path);
+  EXPECT_FALSE(file.IsInPlace());
+  EXPECT_EQ(errno, ESTALE);
+  fs::rename(mFolder / "aside", path);
+  EXPECT_TRUE(file.IsInPlace());
   fs::remove(folder);
   EXPECT_FALSE(file.IsInPlace());
   EXPECT_EQ(errno, ENOENT);
   fs::create_symlink(mFolder, folder);
   EXPECT_TRUE(file.IsInPlace());
+}
+
+TEST_F(Moments, WhyAFileIsNotUsedIsKnownAlsoWhereItsClosingFails) {
+  Write(K(1));
+  fs::create_hard_link(mFile, mFolder / "other");
+  CASettingsFile file(mFile.c_str());
+  {
+    const Watch watch(Fail("close", EIO));
+    EXPECT_FALSE(file.OpenForReading());
+    EXPECT_EQ(errno, EPERM);
+  }
+  fs::remove(mFolder / "other");
+  const Watch watch([&](const std::string& inName, size_t) {
+    if (inName == "lstat") Replace(K(2));
+    return inName == "unlock" ? EIO : Calls::kGoOn;
+  });
+  EXPECT_FALSE(file.OpenForReading());
+  EXPECT_EQ(errno, ESTALE);
 }
 
 // What cannot be read.
