@@ -369,6 +369,19 @@ TEST_F(Moments, AProcessWithoutMemoryLeavesTheFileAloneAndReadsItLater) {
   EXPECT_EQ(Number(storage), 2);
 }
 
+TEST_F(Moments, AForcedRefreshThatFailsForWantOfMemoryIsStillWanted) {
+  CASettingsStorage storage = Make();
+  MakeCurrent(storage);
+  Write(K(2));
+  SetTime({1, 0});  // older than what is in hand
+  storage.ForceRefresh();
+  {
+    const Watch watch(Fail("make data", ENOMEM));
+    EXPECT_THROW(Number(storage), std::bad_alloc);
+  }
+  EXPECT_EQ(Number(storage), 2);
+}
+
 TEST_F(Moments, AStorageThatCannotBeMadeSaysSo) {
   const Watch watch(Fail("make dictionary", ENOMEM));
   EXPECT_THROW(Make(), std::bad_alloc);
