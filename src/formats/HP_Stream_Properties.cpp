@@ -38,15 +38,21 @@ HP_Stream::CopyNameFunction HP_Stream::FindCopyNameFunction(
 
 namespace {
 
-bool IsNumberSelector(AudioObjectPropertySelector inSelector) noexcept {
+using NumberFunction = UInt32 (*)(const HP_Stream&);
+
+// How a property that is a number is read; null if it is none.
+NumberFunction FindNumberFunction(AudioObjectPropertySelector inSelector) noexcept {
   switch (inSelector) {
     case kAudioStreamPropertyLatency:
+      return [](const HP_Stream& inStream) { return inStream.GetLatency(); };
     case kAudioStreamPropertyStartingChannel:
+      return [](const HP_Stream& inStream) { return inStream.GetStartingDeviceChannelNumber(); };
     case kAudioStreamPropertyDirection:
+      return [](const HP_Stream& inStream) { return inStream.IsInput() ? 1U : 0U; };
     case kAudioStreamPropertyTerminalType:
-      return true;
+      return [](const HP_Stream& inStream) { return inStream.GetTerminalType(); };
     default:
-      return false;
+      return nullptr;
   }
 }
 
@@ -61,14 +67,14 @@ bool HP_Stream::HasProperty(const AudioObjectPropertyAddress& inAddress) const {
     CFRelease(theName);
     return true;
   }
-  return IsNumberSelector(inAddress.mSelector) || HP_Object::HasProperty(inAddress);
+  return FindNumberFunction(inAddress.mSelector) != nullptr || HP_Object::HasProperty(inAddress);
 }
 
 bool HP_Stream::IsPropertySettable(const AudioObjectPropertyAddress& inAddress) const {
   CAMutex::Locker theStateMutex(mOwningDevice->GetDeviceStateMutex());
 
   if (FindCopyNameFunction(inAddress.mSelector) != nullptr ||
-      IsNumberSelector(inAddress.mSelector)) {
+      FindNumberFunction(inAddress.mSelector) != nullptr) {
     return false;
   }
   return HP_Object::IsPropertySettable(inAddress);
@@ -80,7 +86,7 @@ UInt32 HP_Stream::GetPropertyDataSize(const AudioObjectPropertyAddress& inAddres
   CAMutex::Locker theStateMutex(mOwningDevice->GetDeviceStateMutex());
 
   if (FindCopyNameFunction(inAddress.mSelector) != nullptr) return sizeof(CFStringRef);
-  if (IsNumberSelector(inAddress.mSelector)) return sizeof(UInt32);
+  if (FindNumberFunction(inAddress.mSelector) != nullptr) return sizeof(UInt32);
   return HP_Object::GetPropertyDataSize(inAddress, inQualifierDataSize, inQualifierData);
 }
 
@@ -90,7 +96,8 @@ void HP_Stream::GetPropertyData(const AudioObjectPropertyAddress& inAddress,
   CAMutex::Locker theStateMutex(mOwningDevice->GetDeviceStateMutex());
 
   const CopyNameFunction copyName = FindCopyNameFunction(inAddress.mSelector);
-  if (copyName == nullptr && !IsNumberSelector(inAddress.mSelector)) {
+  const NumberFunction getNumber = FindNumberFunction(inAddress.mSelector);
+  if (copyName == nullptr && getNumber == nullptr) {
     HP_Object::GetPropertyData(inAddress, inQualifierDataSize, inQualifierData, ioDataSize,
                                outData);
     return;
@@ -104,23 +111,7 @@ void HP_Stream::GetPropertyData(const AudioObjectPropertyAddress& inAddress,
     return;
   }
 
-  UInt32 theValue = 0;
-  switch (inAddress.mSelector) {
-    case kAudioStreamPropertyLatency:
-      theValue = GetLatency();
-      break;
-    case kAudioStreamPropertyStartingChannel:
-      theValue = GetStartingDeviceChannelNumber();
-      break;
-    case kAudioStreamPropertyDirection:
-      theValue = IsInput() ? 1 : 0;
-      break;
-    case kAudioStreamPropertyTerminalType:
-      theValue = GetTerminalType();
-      break;
-    default:
-      break;
-  }
+  const UInt32 theValue = getNumber(*this);
   std::memcpy(outData, &theValue, sizeof(theValue));
 }
 
