@@ -34,9 +34,10 @@ struct Room {
   char* mStart;
   size_t mSize;
 
-  // Takes away what snprintf said it wrote. No room is left where the text was cut.
+  // Takes away what snprintf said it wrote. No room is left where the text was cut, nor where it
+  // failed: a negative length counts as a huge one.
   void Advance(int inLength) noexcept {
-    const size_t theLength = inLength < 0 ? mSize : std::min(static_cast<size_t>(inLength), mSize);
+    const size_t theLength = std::min(static_cast<size_t>(inLength), mSize);
     mStart += theLength;
     mSize -= theLength;
   }

@@ -119,6 +119,20 @@ TEST(FormatText, FourCharacterCodes) {
   ExpectFormat(".mp3", OnlyCode('.mp3'));
 }
 
+TEST(FormatText, HalfAByteOrderIsTheStartOfACode) {
+  // None of these is linear PCM, also where its kind stands at the third place.
+  ExpectFormat("BxI8", OnlyCode('BxI8'));
+  ExpectFormat("LxF8", OnlyCode('LxF8'));
+  ExpectFormat("BLI8", OnlyCode('BLI8'));
+  ExpectFormat("LBF8", OnlyCode('LBF8'));
+  ExpectFormat("-BxI", OnlyCode('-BxI'));
+  ExpectFormat("-LxI", OnlyCode('-LxI'));
+  ExpectFormat("BI16", OnlyCode('BI16'));
+  ExpectFormat("LF32", OnlyCode('LF32'));
+  ExpectSilentFailure("B");
+  ExpectSilentFailure("L");
+}
+
 TEST(FormatText, CodesOfThreeEndWhereASuffixBegins) {
   CAStreamBasicDescription theExpected = OnlyCode('aac ');
   theExpected.mSampleRate = 44100;

@@ -149,6 +149,21 @@ TEST(StreamDescription, AlignmentMattersWherePackednessDoesOrBitsAreNoWholeBytes
   EXPECT_TRUE(LinearPCM(20, kSigned, 1).AlignmentIsSignificant());
 }
 
+TEST(StreamDescription, AlignmentNeverMattersAloneSinceWordsAreWholeBytes) {
+  for (const UInt32 theFlags : {kSigned, kSigned | kNonInterleaved}) {
+    for (UInt32 theBytes = 0; theBytes <= 12; ++theBytes) {
+      for (UInt32 theChannels = 0; theChannels <= 3; ++theChannels) {
+        for (UInt32 theBits = 0; theBits <= 97; ++theBits) {
+          const CAStreamBasicDescription theFormat(44100, kAudioFormatLinearPCM, theBytes, 1,
+                                                   theBytes, theChannels, theBits, theFlags);
+          EXPECT_EQ(theFormat.AlignmentIsSignificant(), theFormat.PackednessIsSignificant())
+              << theBytes << " bytes, " << theChannels << " channels, " << theBits << " bits";
+        }
+      }
+    }
+  }
+}
+
 TEST(StreamDescription, ReservedFieldNeverCounts) {
   CAStreamBasicDescription theX = LinearPCM(16, kSigned | kPacked, 2);
   CAStreamBasicDescription theY = theX;
