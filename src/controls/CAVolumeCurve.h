@@ -34,11 +34,10 @@ struct CADBPoint {
 // Thread: one at a time; who owns a curve guards it.
 // Ownership: a value.
 // Units and range: raw values are whole numbers, scalars go from 0 to 1. Every input of a
-// conversion
-//   is clamped to the curve; what is not a number counts as the minimum. The power is applied only
-//   where the curve spans more than 30 dB.
+//   conversion is clamped to the curve; what is not a number counts as the minimum. The power is
+//   applied only where the curve spans more than 30 dB.
 // Failure: none. A range that cannot be added is left out without a word. Conversions mean nothing
-//   before a range was added.
+//   before a range was added; they give 0.
 class CAVolumeCurve {
  public:
   CAVolumeCurve();

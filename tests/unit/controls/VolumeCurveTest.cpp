@@ -189,6 +189,16 @@ TEST_F(VolumeCurve, AnOverlappingRangeIsLeftOut) {
   EXPECT_EQ(theCurve.GetMinimumRaw(), -10);
 }
 
+TEST_F(VolumeCurve, AnOverlapIsNotForgottenAtTheNextSegment) {
+  CAVolumeCurve theCurve;
+  theCurve.AddRange(0, 100, -50.0F, 0.0F);
+  theCurve.AddRange(200, 300, 0.0F, 50.0F);
+  // Overlaps the first alone, and sorts below both.
+  theCurve.AddRange(-10, 1, -60.0F, -50.0F);
+  EXPECT_EQ(theCurve.GetMinimumRaw(), 0);
+  EXPECT_EQ(theCurve.GetMinimumDB(), -50.0F);
+}
+
 TEST_F(VolumeCurve, RangesMayComeInAnyOrder) {
   CAVolumeCurve theCurve;
   theCurve.AddRange(100, 200, -10.0F, 0.0F);
@@ -285,6 +295,16 @@ TEST_F(VolumeCurve, ACurveWithoutWidthOrHeightDividesByNothing) {
   theCurve.AddRange(0, 10, -6.0F, -6.0F);
   EXPECT_EQ(theCurve.ConvertDBToRaw(-6.0F), 0);
   EXPECT_EQ(theCurve.ConvertRawToDB(10), -6.0F);
+}
+
+TEST_F(VolumeCurve, ConversionsBeforeAnyRangeGiveZero) {
+  const CAVolumeCurve theCurve;
+  EXPECT_EQ(theCurve.ConvertRawToDB(512), 0.0F);
+  EXPECT_EQ(theCurve.ConvertDBToRaw(-45.0F), 0);
+  EXPECT_EQ(theCurve.ConvertRawToScalar(512), 0.0F);
+  EXPECT_EQ(theCurve.ConvertScalarToRaw(0.5F), 0);
+  EXPECT_EQ(theCurve.ConvertDBToScalar(-45.0F), 0.0F);
+  EXPECT_EQ(theCurve.ConvertScalarToDB(0.5F), 0.0F);
 }
 
 TEST_F(VolumeCurve, TheWidestRangeThatThereIsDoesNotOverflow) {
