@@ -294,6 +294,14 @@ TEST_F(FormatList, ConvertsNothingToAnotherRateOrChannelCount) {
   EXPECT_FALSE(mFormats.ConvertVirtualFormatToPhysicalFormat(theFormat));
 }
 
+TEST_F(FormatList, ConvertsNothingToAnotherFormatID) {
+  // The rate and the channels fit, but there is no linear PCM behind them.
+  mStream.Add(AC3(0), 48000, 48000);
+  CAStreamBasicDescription theFormat = Float32Format(48000);
+  EXPECT_FALSE(mFormats.ConvertVirtualFormatToPhysicalFormat(theFormat));
+  ExpectSame(theFormat, Float32Format(48000));
+}
+
 TEST_F(FormatList, ConvertSetsTheBitsOfAFormatThatItRefuses) {
   AddInt16AndFloat32();
   CAStreamBasicDescription theFormat = LinearPCM(64, kFloat | kPacked, 3, 44100);
