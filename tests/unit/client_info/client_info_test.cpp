@@ -7,6 +7,8 @@
 #include <limits>
 #include <string>
 
+#include "fakes.h"
+
 namespace {
 
 // A property list being put together, released at the end.
@@ -273,6 +275,25 @@ TEST(ClientInfo, BinaryPropertyListStartsWithItsMagic) {
   CFDataRef data = TMBAudioClientInfo().CopyMessageData(true);
   ASSERT_GE(CFDataGetLength(data), 8);
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(CFDataGetBytePtr(data)), 8), "bplist00");
+  CFRelease(data);
+}
+
+TEST(ClientInfo, WithoutADictionaryThereIsNoMessage) {
+  tembra::test::gMakesDictionaries = false;
+  EXPECT_EQ(TMBAudioClientInfo().CopyMessageData(true), nullptr);
+  EXPECT_EQ(TMBAudioClientInfo().CopyMessageData(false), nullptr);
+  tembra::test::gMakesDictionaries = true;
+}
+
+TEST(ClientInfo, ANumberThatCannotBeMadeIsLeftOut) {
+  tembra::test::gNumbersToMake = 2;
+  CFDataRef data = Other().CopyMessageData(true);
+  tembra::test::gNumbersToMake = -1;
+  ASSERT_NE(data, nullptr);
+  const Parsed parsed(data);
+  EXPECT_EQ(CFDictionaryGetCount(parsed.Dictionary()), 2);
+  EXPECT_EQ(static_cast<UInt32>(parsed.Int("uid")), 4000000001u);
+  EXPECT_EQ(parsed.Int("pid"), 23);
   CFRelease(data);
 }
 
