@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace tembra::test {
 
@@ -53,7 +54,9 @@ void FakeServer::Reset() {
   mHasListener = mHasDataPort = mPortsAreDead = mDiscardsAudio = mKeepsData = false;
   mAudioSends = 0;
   mKeepsLog = true;
+  mHasCenter = mHasTimers = true;
   mOnUnobserve = nullptr;
+  mOnOpen = nullptr;
   mListenerOpenings = mOpeningsWhileDead = mAdds = 0;
   mNow = 1000.0;
   mListenerName = "com.tembra.tmbasrv." + std::to_string(getuid());
@@ -228,6 +231,7 @@ CFMessagePortRef CFMessagePortCreateRemote(CFAllocatorRef inAllocator, CFStringR
   EXPECT_EQ(inAllocator, kCFAllocatorDefault);
   const std::string name = tembra::test::ToString(inName);
   EXPECT_TRUE(name == server.mListenerName || name == server.mDataName) << name;
+  if (const std::function<void()> onOpen = std::exchange(server.mOnOpen, nullptr)) onOpen();
   const bool isListener = name == server.mListenerName;
   if (!(isListener ? server.mHasListener : server.mHasDataPort)) {
     server.Note(isListener ? "no listener" : "no data");
@@ -298,7 +302,7 @@ SInt32 CFMessagePortSendRequest(CFMessagePortRef inPort, SInt32 inID, CFDataRef 
 
 CFNotificationCenterRef CFNotificationCenterGetDistributedCenter(void) {
   static int sCenter = 0;
-  return (CFNotificationCenterRef)&sCenter;
+  return FakeServer::Get().mHasCenter ? (CFNotificationCenterRef)&sCenter : nullptr;
 }
 
 void CFNotificationCenterAddObserver(CFNotificationCenterRef inCenter, const void* inObserver,
@@ -354,6 +358,10 @@ CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef inAllocator, CFAbsoluteTim
   EXPECT_EQ(inContext->retain, nullptr);
   EXPECT_EQ(inContext->release, nullptr);
   EXPECT_EQ(inContext->copyDescription, nullptr);
+  if (!server.mHasTimers) {
+    server.Note("no timer");
+    return nullptr;
+  }
   CFTypeRef handle = CFDataCreateMutable(nullptr, 0);
   CFRetain(handle);
   server.mTimers.push_back({handle, inFireDate, inCallBack, inContext->info, nullptr, true});

@@ -41,6 +41,12 @@ class FakeServer {
   std::vector<SInt32> mSendResults;
   // Open ports answer that they are no longer valid: the server died.
   bool mPortsAreDead = false;
+  // Runs once, within the next try to open a port: what comes in between.
+  std::function<void()> mOnOpen;
+
+  // What there is of the services between them.
+  bool mHasCenter = true;
+  bool mHasTimers = true;
 
   // Simulated time.
   double mNow = 1000.0;
@@ -61,7 +67,7 @@ class FakeServer {
   std::function<void(const std::string& inName)> mOnUnobserve;
   int CountMessages(const std::string& inPort, SInt32 inID) const;
   // What happened since the last call: "observe", "unobserve", "open listener", "no listener",
-  // "close data", "timer", "drop timer", "send cadd" ...
+  // "close data", "timer", "no timer", "drop timer", "send cadd" ...
   std::vector<std::string> TakeLog();
   std::vector<Message> TakeMessages();
   // Sends on the data port are not written to the log, nor are their bytes kept.

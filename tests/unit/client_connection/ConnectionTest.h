@@ -15,6 +15,17 @@ namespace tembra::test {
 // What the retry timers are set to, in seconds.
 constexpr double kTry = 0.10000000149011612;
 
+// While one stands, no property list can be written: there is no memory for it.
+class NoPropertyLists {
+ public:
+  NoPropertyLists() { sIsOn = true; }
+  ~NoPropertyLists() { sIsOn = false; }
+  NoPropertyLists(const NoPropertyLists&) = delete;
+  NoPropertyLists& operator=(const NoPropertyLists&) = delete;
+
+  static inline bool sIsOn = false;
+};
+
 // A device beside a server that lives in simulated time.
 class Connection : public testing::Test {
  protected:

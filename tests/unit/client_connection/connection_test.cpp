@@ -2,6 +2,8 @@
 
 #include "ConnectionTest.h"
 #include "client/TMBAudioClientInfo.h"
+#include "formats/HP_FormatList.h"
+#include "formats/HP_Stream.h"
 
 namespace tembra::test {
 namespace {
@@ -150,15 +152,29 @@ TEST_F(Connection, AddEchoAndDisposeCarryTheirForms) {
   }
 }
 
-TEST_F(Connection, TheServerIsToldOfANonInterleavedFormat) {
-  mServer.mHasListener = true;
-  Device().StartHardware();
-  const std::vector<FakeServer::Message> messages = mServer.TakeMessages();
-  ASSERT_EQ(messages.size(), 1u);
-  CFDataRef data = CFDataCreate(nullptr, messages[0].mBytes.data(),
-                                static_cast<CFIndex>(messages[0].mBytes.size()));
-  const TMBAudioClientInfo info(data);
-  CFRelease(data);
+class ToldFormat : public Connection {
+ protected:
+  void SetCurrentFormat(const AudioStreamBasicDescription& inFormat) {
+    Device().GetStreamByIndex(false, 0)->GetFormatList()->SetCurrentPhysicalFormat(inFormat, false);
+  }
+
+  // Starts, and reads what the server is told of this client.
+  TMBAudioClientInfo Start() {
+    mServer.mHasListener = true;
+    Device().StartHardware();
+    const std::vector<FakeServer::Message> messages = mServer.TakeMessages();
+    EXPECT_EQ(messages.size(), 1u);
+    if (messages.empty()) return TMBAudioClientInfo(0, 0, {});
+    CFDataRef data = CFDataCreate(nullptr, messages[0].mBytes.data(),
+                                  static_cast<CFIndex>(messages[0].mBytes.size()));
+    const TMBAudioClientInfo info(data);
+    CFRelease(data);
+    return info;
+  }
+};
+
+TEST_F(ToldFormat, IsNonInterleaved) {
+  const TMBAudioClientInfo info = Start();
   const AudioStreamBasicDescription format = info.GetStreamDescription();
   EXPECT_EQ(format.mSampleRate, 44100.0);
   EXPECT_EQ(format.mFormatFlags, 41u);
@@ -170,6 +186,47 @@ TEST_F(Connection, TheServerIsToldOfANonInterleavedFormat) {
   EXPECT_EQ(info.GetBufferFrames(), 512u);
   EXPECT_EQ(info.GetClientPID(), getpid());
   EXPECT_EQ(info.GetClientUID(), getuid());
+}
+
+TEST_F(ToldFormat, WithoutAnOutputStreamIsTheDefaultOne) {
+  HP_Stream* stream = Device().GetStreamByIndex(false, 0);
+  Device().RemoveStream(stream);
+  const AudioStreamBasicDescription format = Start().GetStreamDescription();
+  Device().AddStream(stream);
+  EXPECT_EQ(format.mFormatFlags, 9u);
+  EXPECT_EQ(format.mBytesPerFrame, 8u);
+  EXPECT_EQ(format.mBytesPerPacket, 8u);
+  EXPECT_EQ(format.mChannelsPerFrame, 2u);
+}
+
+// A format that is not mixable is its own virtual format.
+
+TEST_F(ToldFormat, OfANonInterleavedStreamIsTheStreamsOwn) {
+  SetCurrentFormat({48000.0, 'lpcm', 1 | 8 | 32 | 64, 4, 1, 4, 2, 32, 0});
+  const AudioStreamBasicDescription format = Start().GetStreamDescription();
+  EXPECT_EQ(format.mSampleRate, 48000.0);
+  EXPECT_EQ(format.mFormatFlags, 1u | 8u | 32u | 64u);
+  EXPECT_EQ(format.mBytesPerPacket, 4u);
+  EXPECT_EQ(format.mBytesPerFrame, 4u);
+  EXPECT_EQ(format.mChannelsPerFrame, 2u);
+}
+
+TEST_F(ToldFormat, IsDividedByItsChannels) {
+  SetCurrentFormat({48000.0, 'lpcm', 4 | 8 | 64, 12, 1, 12, 6, 16, 0});
+  const AudioStreamBasicDescription format = Start().GetStreamDescription();
+  EXPECT_EQ(format.mFormatFlags, 4u | 8u | 32u | 64u);
+  EXPECT_EQ(format.mBytesPerPacket, 2u);
+  EXPECT_EQ(format.mBytesPerFrame, 2u);
+  EXPECT_EQ(format.mChannelsPerFrame, 6u);
+}
+
+TEST_F(ToldFormat, WithoutChannelsIsDividedByNothing) {
+  SetCurrentFormat({48000.0, 'lpcm', 4 | 8 | 64, 12, 1, 12, 0, 16, 0});
+  const AudioStreamBasicDescription format = Start().GetStreamDescription();
+  EXPECT_EQ(format.mFormatFlags, 4u | 8u | 32u | 64u);
+  EXPECT_EQ(format.mBytesPerPacket, 12u);
+  EXPECT_EQ(format.mBytesPerFrame, 12u);
+  EXPECT_EQ(format.mChannelsPerFrame, 0u);
 }
 
 // Sending.

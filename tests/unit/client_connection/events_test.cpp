@@ -112,6 +112,15 @@ TEST_F(ForeignNotification, IsDroppedUnlessNameAndObjectAreRight) {
   CFRelease(own);
 }
 
+TEST_F(ForeignNotification, IsDroppedByADeviceThatHasNoIDYet) {
+  const ClientDevice unfinished(false);
+  mServer.mObservations = {{&*unfinished, TMBACLN_Device::__tmbAudioNotificationCallBack}};
+  Post(kTMBAudioServerNotification, CFSTR(""));
+  mServer.mObservations.clear();
+  EXPECT_THAT(mServer.TakeLog(), IsEmpty());
+  EXPECT_EQ(unfinished->GetClientState(), 0u);
+}
+
 TEST_F(Connection, AnEventForADeviceThatHasGoneTouchesNothing) {
   Enter(3);
   const std::vector<FakeServer::Observation> observations = mServer.mObservations;

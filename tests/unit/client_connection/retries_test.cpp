@@ -68,6 +68,24 @@ TEST_F(Connection, WithoutADataPortElevenTriesLeadToRegistered) {
   EXPECT_EQ(State(), 5u);
 }
 
+TEST_F(Connection, AnOpenListenerKeepsTheStateWhenItsTriesAreSpent) {
+  Device().StartHardware();
+  mServer.Advance(0.95);
+  mServer.mHasListener = true;
+  mServer.Advance(0.1);
+  ASSERT_EQ(State(), 3u);
+  ASSERT_EQ(Device().GetListenerPortRetries(), 10u);
+  // A finish in starting leaves the port open in idle.
+  mServer.PostEvent('cadd', getpid());
+  mServer.PostEvent('fnsh');
+  ASSERT_EQ(State(), 1u);
+  mServer.TakeLog();
+  mServer.PostEvent('cadd', getpid());
+  EXPECT_THAT(mServer.TakeLog(), IsEmpty());
+  EXPECT_EQ(State(), 4u);
+  EXPECT_EQ(mServer.GetOpenPorts("listener"), 1);
+}
+
 TEST_F(Connection, RetriesRunOnTheDevicesRunLoop) {
   Device().StartHardware();
   ASSERT_EQ(mServer.mTimers.size(), 1u);

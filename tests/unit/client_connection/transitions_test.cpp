@@ -23,6 +23,21 @@ TEST_F(Connection, RegisterActsInIdleOnly) {
   }
 }
 
+TEST_F(Connection, NoSwitchActsWhileStopped) {
+  // Stopped with the listener port left open: also that is not touched.
+  Enter(4);
+  Device().StopHardware();
+  mServer.mHasDataPort = true;
+  mServer.TakeLog();
+  Device().RegisterAudioClient();
+  Device().StartAudioClient();
+  Device().StopAudioClient();
+  Device().UnregisterAudioClient();
+  EXPECT_THAT(mServer.TakeLog(), IsEmpty());
+  EXPECT_EQ(State(), 0u);
+  EXPECT_EQ(mServer.GetOpenPorts("listener"), 1);
+}
+
 TEST_F(Connection, RegisterInIdleWithAServerEndsRegistered) {
   Enter(1);
   mServer.mHasListener = true;
