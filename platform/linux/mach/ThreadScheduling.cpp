@@ -35,7 +35,9 @@ constexpr uint64_t kSharesOfPeriod = 4;
 constexpr uint64_t kMinimumRuntime = 1024;
 // The kernel's defaults for the bounds of a period.
 constexpr uint64_t kMinimumPeriod = 100'000;
-constexpr uint64_t kMaximumPeriod = uint64_t{1} << 32;
+constexpr uint64_t kMaximumPeriod = 4'194'304'000;
+// So long that the kernel's count of a millionth sees nothing of the least runtime in it.
+constexpr uint64_t kIdlePeriod = 4'000'000'000;
 // Above kernel threads that serve no deadline, below those that keep the machine alive.
 constexpr int kFIFOPriority = 20;
 
@@ -70,6 +72,11 @@ bool ApplyDeadline(pid_t inThread, const TimeConstraint& inConstraint) {
   attributes.flags |= kFlagReclaim;
   if (SetAttributes(inThread, attributes)) {
     return true;
+  }
+  // Only a kernel that does not know the flag is asked without it. One that is out of bandwidth may
+  // have some a moment later, and the thread would then be held to its budget for good.
+  if (errno != EINVAL) {
+    return false;
   }
   attributes.flags &= ~kFlagReclaim;
   return SetAttributes(inThread, attributes);
@@ -116,7 +123,21 @@ bool IsSettled(const KernelSchedulingAttributes& inAttributes, int inNiceness) {
   return ModeOf(inAttributes) == SchedulingMode::kNormal && inAttributes.nice == inNiceness;
 }
 
+// A deadline that another thread ends in its sleep leaves its bandwidth taken on some kernels, for
+// all processes and for good. So it is first made so small that it takes none.
+void ShrinkDeadline(pid_t inThread, const KernelSchedulingAttributes& inNow) {
+  KernelSchedulingAttributes attributes = Attributes(SCHED_DEADLINE);
+  attributes.flags |= inNow.flags & kFlagReclaim;
+  attributes.runtime = kMinimumRuntime;
+  attributes.deadline = kIdlePeriod;
+  attributes.period = kIdlePeriod;
+  SetAttributes(inThread, attributes);
+}
+
 bool SetNormal(pid_t inThread, const KernelSchedulingAttributes& inNow, int inNiceness) {
+  if (ModeOf(inNow) == SchedulingMode::kDeadline && inThread != tembra::CurrentThreadID()) {
+    ShrinkDeadline(inThread, inNow);
+  }
   const bool wasNormal = ModeOf(inNow) == SchedulingMode::kNormal;
   KernelSchedulingAttributes attributes = Attributes(wasNormal ? inNow.policy : SCHED_OTHER);
   // Once set, only a privileged process may clear this flag, so it stays.

@@ -1,0 +1,153 @@
+// What a time constraint asks of a kernel that refuses.
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "mach/ThreadScheduling.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+struct KernelAttributes {
+  uint32_t size, policy;
+  uint64_t flags;
+  int32_t nice;
+  uint32_t priority;
+  uint64_t runtime, deadline, period;
+};
+constexpr uint32_t kDeadlinePolicy = 6;
+constexpr uint64_t kReclaim = 2;
+
+struct SimulatedKernel {
+  // The errors of the next requests for a deadline; after them it is given.
+  std::deque<int> mErrors;
+  // "deadline" or "reclaiming deadline", in order.
+  std::vector<std::string> mDeadlines;
+  bool mIsOn = false;
+  // All that was set, and what every thread is said to have.
+  std::vector<KernelAttributes> mSet;
+  KernelAttributes mNow{};
+
+  bool Schedule(const KernelAttributes& inAttributes) {
+    mSet.push_back(inAttributes);
+    if (inAttributes.policy != kDeadlinePolicy) return true;
+    const bool reclaims = (inAttributes.flags & kReclaim) != 0;
+    mDeadlines.emplace_back(reclaims ? "reclaiming deadline" : "deadline");
+    if (mErrors.empty()) return true;
+    errno = mErrors.front();
+    mErrors.pop_front();
+    return false;
+  }
+};
+SimulatedKernel gKernel;
+
+class RefusingKernel : public testing::Test {
+ protected:
+  RefusingKernel() {
+    gKernel = {};
+    gKernel.mIsOn = true;
+  }
+  ~RefusingKernel() override { gKernel = {}; }
+
+  static tembra::SchedulingMode Apply() {
+    return tembra::ApplyTimeConstraint(0, {10000000, 500000, 5000000});
+  }
+};
+
+TEST_F(RefusingKernel, ThatGivesADeadlineIsAskedOnce) {
+  EXPECT_EQ(Apply(), tembra::SchedulingMode::kDeadline);
+  EXPECT_THAT(gKernel.mDeadlines, ElementsAre("reclaiming deadline"));
+}
+
+TEST_F(RefusingKernel, ThatDoesNotKnowReclaimingIsAskedWithoutIt) {
+  gKernel.mErrors = {EINVAL};
+  EXPECT_EQ(Apply(), tembra::SchedulingMode::kDeadline);
+  EXPECT_THAT(gKernel.mDeadlines, ElementsAre("reclaiming deadline", "deadline"));
+}
+
+TEST_F(RefusingKernel, ThatKnowsNoSuchDeadlineAtAllGivesNone) {
+  gKernel.mErrors = {EINVAL, EINVAL};
+  EXPECT_NE(Apply(), tembra::SchedulingMode::kDeadline);
+  EXPECT_THAT(gKernel.mDeadlines, ElementsAre("reclaiming deadline", "deadline"));
+}
+
+// Bandwidth that comes back between two requests must not go to one that may not reclaim.
+TEST_F(RefusingKernel, ThatHasNoBandwidthLeftIsNotAskedForAPoorerDeadline) {
+  gKernel.mErrors = {EBUSY};
+  EXPECT_NE(Apply(), tembra::SchedulingMode::kDeadline);
+  EXPECT_THAT(gKernel.mDeadlines, ElementsAre("reclaiming deadline"));
+}
+
+TEST_F(RefusingKernel, ThatForbidsDeadlinesIsAskedOnce) {
+  gKernel.mErrors = {EPERM};
+  EXPECT_NE(Apply(), tembra::SchedulingMode::kDeadline);
+  EXPECT_THAT(gKernel.mDeadlines, ElementsAre("reclaiming deadline"));
+}
+
+class KernelThatKeepsBandwidth : public RefusingKernel {
+ protected:
+  KernelThatKeepsBandwidth() {
+    gKernel.mNow = {sizeof gKernel.mNow, kDeadlinePolicy, 3, 0, 0, 2500000, 5000000, 10000000};
+  }
+
+  // The kernel counts in shares of this one.
+  static uint64_t Share(const KernelAttributes& inAttributes) {
+    return (inAttributes.runtime << 20) / inAttributes.period;
+  }
+
+  static void ExpectShrunkThenNormal() {
+    ASSERT_EQ(gKernel.mSet.size(), 2U);
+    EXPECT_EQ(gKernel.mSet[0].policy, kDeadlinePolicy);
+    EXPECT_GE(gKernel.mSet[0].runtime, 1024U) << "the least that is taken";
+    EXPECT_LE(gKernel.mSet[0].period, 4194304000U) << "the most that is taken";
+    EXPECT_EQ(gKernel.mSet[0].deadline, gKernel.mSet[0].period);
+    EXPECT_EQ(Share(gKernel.mSet[0]), 0U);
+    EXPECT_EQ(gKernel.mSet[1].policy, 0U);
+  }
+};
+
+TEST_F(KernelThatKeepsBandwidth, HasNoneToKeepWhereAnotherThreadsDeadlineEnds) {
+  const pid_t other = gettid() + 1;
+  tembra::ApplyNormal(other);
+  ExpectShrunkThenNormal();
+  gKernel.mSet.clear();
+  tembra::ApplyImportance(other, 0);
+  ExpectShrunkThenNormal();
+}
+
+TEST_F(KernelThatKeepsBandwidth, IsToldAtOnceOfTheEndOfOnesOwnDeadline) {
+  tembra::ApplyNormal(gettid());
+  ASSERT_EQ(gKernel.mSet.size(), 1U);
+  EXPECT_EQ(gKernel.mSet[0].policy, 0U);
+}
+
+}  // namespace
+
+extern "C" long syscall(long inNumber, ...) noexcept {
+  va_list list;
+  va_start(list, inNumber);
+  long arguments[6];
+  for (long& argument : arguments) argument = va_arg(list, long);
+  va_end(list);
+  if (gKernel.mIsOn && inNumber == SYS_sched_setattr) {
+    return gKernel.Schedule(*reinterpret_cast<const KernelAttributes*>(arguments[1])) ? 0 : -1;
+  }
+  if (gKernel.mIsOn && inNumber == SYS_sched_getattr) {
+    *reinterpret_cast<KernelAttributes*>(arguments[1]) = gKernel.mNow;
+    return 0;
+  }
+  static const auto sReal = reinterpret_cast<long (*)(long, ...)>(dlsym(RTLD_NEXT, "syscall"));
+  return sReal(inNumber, arguments[0], arguments[1], arguments[2], arguments[3], arguments[4],
+               arguments[5]);
+}
