@@ -1,18 +1,17 @@
 // What a time constraint asks of a kernel that refuses.
 
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdint>
 #include <deque>
 #include <string>
 #include <vector>
 
+#include "SystemCall.h"
 #include "mach/ThreadScheduling.h"
 
 namespace {
@@ -134,20 +133,18 @@ TEST_F(KernelThatKeepsBandwidth, IsToldAtOnceOfTheEndOfOnesOwnDeadline) {
 
 }  // namespace
 
-extern "C" long syscall(long inNumber, ...) noexcept {
-  va_list list;
-  va_start(list, inNumber);
-  long arguments[6];
-  for (long& argument : arguments) argument = va_arg(list, long);
-  va_end(list);
-  if (gKernel.mIsOn && inNumber == SYS_sched_setattr) {
-    return gKernel.Schedule(*reinterpret_cast<const KernelAttributes*>(arguments[1])) ? 0 : -1;
+bool tembra::test::AnswerSystemCall(long inNumber, void* ioAttributes, long& outResult) {
+  if (!gKernel.mIsOn) return false;
+  auto* const attributes = static_cast<KernelAttributes*>(ioAttributes);
+  switch (inNumber) {
+    case SYS_sched_setattr:
+      outResult = gKernel.Schedule(*attributes) ? 0 : -1;
+      return true;
+    case SYS_sched_getattr:
+      *attributes = gKernel.mNow;
+      outResult = 0;
+      return true;
+    default:
+      return false;
   }
-  if (gKernel.mIsOn && inNumber == SYS_sched_getattr) {
-    *reinterpret_cast<KernelAttributes*>(arguments[1]) = gKernel.mNow;
-    return 0;
-  }
-  static const auto sReal = reinterpret_cast<long (*)(long, ...)>(dlsym(RTLD_NEXT, "syscall"));
-  return sReal(inNumber, arguments[0], arguments[1], arguments[2], arguments[3], arguments[4],
-               arguments[5]);
 }
