@@ -192,6 +192,7 @@ TEST(RunLoopTime, WithoutDescriptorsTimersAndStopsStillWork) {
     auto timer = MakeTimer(unused, 0, 0);
     CFRunLoopAddTimer(first.mLoop, timer, kCFRunLoopDefaultMode);
     CFRunLoopSourceSignal(first.mSource);
+    CFRunLoopWakeUp(first.mLoop);
     ASSERT_TRUE(WaitUntil([&] { return unused == 1 && first.mPerformed == 1; }));
     first.Stop();
   }
