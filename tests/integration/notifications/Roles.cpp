@@ -7,8 +7,11 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
 
 #include "corefoundation/Object.h"
+#include "support/Program.h"
 
 namespace tembra::test {
 namespace {
@@ -59,6 +62,8 @@ int BeRobbed(const std::string& inName) {
   puts("ready");
   fflush(stdout);
   sHeard.wait(0);
+  // Robbed awake it would not sleep on its sockets again, and nothing could wake it.
+  WaitUntil([] { return SleepsOfReceiver(getpid()) >= 0; });
   close_range(3, ~0U, 0);
   puts("robbed");
   fflush(stdout);
@@ -104,6 +109,20 @@ int RunRole(const std::vector<std::string>& inArguments) {
     return 0;
   }
   return 2;
+}
+
+long SleepsOfReceiver(pid_t inProcess) {
+  const std::string tasks = "/proc/" + std::to_string(inProcess) + "/task";
+  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+    bool isReceiver = false, sleeps = false;
+    std::ifstream status(task.path() / "status");
+    for (std::string key, value; status >> key && std::getline(status, value);) {
+      if (key == "Name:") isReceiver = value == "\ttembra.nrecv";
+      if (key == "State:") sleeps = value.find('S') != std::string::npos;
+      if (key == "voluntary_ctxt_switches:" && isReceiver) return sleeps ? std::stol(value) : -1;
+    }
+  }
+  return -1;
 }
 
 }  // namespace tembra::test

@@ -219,21 +219,6 @@ TEST_F(Notifications, WhatTheDeadLeftIsSweptAndJunkIsLeftAlone) {
   unlink((Place() + "/77.77").c_str());
 }
 
-// How often the receiving thread of a process went to sleep of its own will; -1 if it is awake.
-long SleepsOfReceiver(pid_t inProcess) {
-  const std::string tasks = "/proc/" + std::to_string(inProcess) + "/task";
-  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
-    bool isReceiver = false, sleeps = false;
-    std::ifstream status(task.path() / "status");
-    for (std::string key, value; status >> key && std::getline(status, value);) {
-      if (key == "Name:") isReceiver = value == "\ttembra.nrecv";
-      if (key == "State:") sleeps = value.find('S') != std::string::npos;
-      if (key == "voluntary_ctxt_switches:" && isReceiver) return sleeps ? std::stol(value) : -1;
-    }
-  }
-  return -1;
-}
-
 TEST_F(Notifications, AReceiverWhoseDescriptorsWereClosedGoesBackToSleep) {
   Program robbed = Start({"robbed", "test.robbed"});
   Post("test.robbed");
