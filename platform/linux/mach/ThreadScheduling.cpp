@@ -9,28 +9,11 @@
 #include <algorithm>
 #include <cerrno>
 
-#ifndef SCHED_DEADLINE
-#define SCHED_DEADLINE 6
-#endif
+#include "mach/KernelScheduling.h"
 
 namespace tembra {
 namespace {
 
-// The kernel's own structure; the C library has no name for it.
-struct KernelSchedulingAttributes {
-  uint32_t size;
-  uint32_t policy;
-  uint64_t flags;
-  int32_t nice;
-  uint32_t priority;
-  uint64_t runtime;
-  uint64_t deadline;
-  uint64_t period;
-};
-static_assert(sizeof(KernelSchedulingAttributes) == 48);
-
-constexpr uint64_t kFlagResetOnFork = 0x01;
-constexpr uint64_t kFlagReclaim = 0x02;
 constexpr uint64_t kSharesOfPeriod = 4;
 constexpr uint64_t kMinimumRuntime = 1024;
 // The kernel's defaults for the bounds of a period.
@@ -60,7 +43,7 @@ KernelSchedulingAttributes Attributes(uint32_t inPolicy) {
 }
 
 bool ApplyDeadline(pid_t inThread, const TimeConstraint& inConstraint) {
-  KernelSchedulingAttributes attributes = Attributes(SCHED_DEADLINE);
+  KernelSchedulingAttributes attributes = Attributes(kDeadlinePolicy);
   // The computation is what the thread itself needs, without what clients do in its cycle; the
   // kernel would hold it to that and put off a longer cycle to the next period, however idle the
   // machine is. So it gets a quarter of the period at least, and may reclaim what others leave.
@@ -109,7 +92,7 @@ bool ApplyFIFO(pid_t inThread) {
 
 SchedulingMode ModeOf(const KernelSchedulingAttributes& inAttributes) {
   switch (inAttributes.policy) {
-    case SCHED_DEADLINE:
+    case kDeadlinePolicy:
       return SchedulingMode::kDeadline;
     case SCHED_FIFO:
     case SCHED_RR:
@@ -126,7 +109,7 @@ bool IsSettled(const KernelSchedulingAttributes& inAttributes, int inNiceness) {
 // A deadline that another thread ends in its sleep leaves its bandwidth taken on some kernels, for
 // all processes and for good. So it is first made so small that it takes none.
 void ShrinkDeadline(pid_t inThread, const KernelSchedulingAttributes& inNow) {
-  KernelSchedulingAttributes attributes = Attributes(SCHED_DEADLINE);
+  KernelSchedulingAttributes attributes = Attributes(kDeadlinePolicy);
   attributes.flags |= inNow.flags & kFlagReclaim;
   attributes.runtime = kMinimumRuntime;
   attributes.deadline = kIdlePeriod;

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "support/OtherUser.h"
 #include "support/PrivateMounts.h"
 #include "support/Program.h"
 
@@ -86,7 +87,7 @@ bool UserFixture::IsRoot() {
 void UserFixture::RunAsUser(const std::function<void()>& inBody) {
   RunInChild([&inBody] {
     const uid_t user = UserID();
-    if (getuid() == 0 && (setgid(user) != 0 || setuid(user) != 0)) _exit(1);
+    if (getuid() == 0 && !BecomeUser(user)) _exit(1);
     setenv("HOME", Home().c_str(), 1);
     setenv("XDG_RUNTIME_DIR", File("runtime").c_str(), 1);
     if (access(TEMBRA_BINARY_DIR "/lib/libtmbhal.so", R_OK) != 0) _exit(kBuildIsClosed);

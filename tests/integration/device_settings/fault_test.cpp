@@ -1,6 +1,5 @@
 // Writers that are killed, disks that are full, files that may not be written.
 
-#include <grp.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
@@ -11,6 +10,7 @@
 
 #include "DeviceSettingsTest.h"
 #include "support/CACFObject.h"
+#include "support/OtherUser.h"
 
 namespace tembra::test {
 namespace {
@@ -142,20 +142,6 @@ TEST_F(SettingsFile, AReadOnlyDiskLeavesTheOldFile) {
   umount(mFolder.c_str());
 }
 
-// Runs a body as somebody else; its answer.
-template <class Body>
-int AsAnotherUser(const Body& inBody) {
-  const pid_t child = fork();
-  if (child == 0) {
-    const gid_t group = 65534;
-    if (setgroups(0, nullptr) != 0 || setgid(group) != 0 || setuid(65534) != 0) _exit(77);
-    _exit(inBody());
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-}
-
 TEST_F(SettingsFile, WhoMayNotWriteChangesNothing) {
   ControlledDevice device("One");
   Save(device);
@@ -166,24 +152,24 @@ TEST_F(SettingsFile, WhoMayNotWriteChangesNothing) {
     return 0;
   };
   // The directory may not be written.
-  if (AsAnotherUser(save) == 77) GTEST_SKIP() << "there is one user only";
+  if (RunAsUser(kNobody, save) == kNoOtherUser) GTEST_SKIP() << "there is one user only";
   EXPECT_EQ(Content(), before);
   // The file may be, the directory still not.
   ASSERT_EQ(chmod(mFile.c_str(), 0666), 0);
-  EXPECT_EQ(AsAnotherUser(save), 0);
+  EXPECT_EQ(RunAsUser(kNobody, save), 0);
   EXPECT_EQ(Content(), before);
   // The directory may be, but not the file: it is not replaced behind its owner's back.
   ASSERT_EQ(chmod(mFile.c_str(), 0644), 0);
   ASSERT_EQ(chmod(mFolder.c_str(), 0777), 0);
-  EXPECT_EQ(AsAnotherUser(save), 0);
+  EXPECT_EQ(RunAsUser(kNobody, save), 0);
   EXPECT_EQ(Content(), before);
   // Not even read: that is no reason to begin anew.
   ASSERT_EQ(chmod(mFile.c_str(), 0), 0);
-  EXPECT_EQ(AsAnotherUser(save), 0);
+  EXPECT_EQ(RunAsUser(kNobody, save), 0);
   EXPECT_EQ(Content(), before);
   // Both may be.
   ASSERT_EQ(chmod(mFile.c_str(), 0666), 0);
-  EXPECT_EQ(AsAnotherUser(save), 0);
+  EXPECT_EQ(RunAsUser(kNobody, save), 0);
   EXPECT_NE(Content(), before);
   EXPECT_EQ(Mode(), 0666u);
   EXPECT_THAT(Names(), ElementsAre(mName));

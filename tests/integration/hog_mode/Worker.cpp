@@ -21,6 +21,7 @@
 #include "persistence/HP_HogMode.h"
 #include "support/CACFDistributedNotification.h"
 #include "support/CACFString.h"
+#include "support/OtherUser.h"
 #include "support/Program.h"
 #include "support/device/SimulatedDevice.h"
 
@@ -57,11 +58,11 @@ Worker::~Worker() {
 namespace {
 
 // With a runtime directory and a home of its own, as a session has them.
-void BecomeUser(uid_t inUser) {
+void MoveInAs(uid_t inUser) {
   const std::string folder = "/tmp/of-" + std::to_string(inUser);
   fs::create_directory(folder);
   fs::permissions(folder, fs::perms(0700));
-  if (chown(folder.c_str(), inUser, inUser) != 0 || setgid(inUser) != 0 || setuid(inUser) != 0) {
+  if (chown(folder.c_str(), inUser, inUser) != 0 || !BecomeUser(inUser)) {
     throw std::runtime_error("cannot be another user");
   }
   setenv("XDG_RUNTIME_DIR", folder.c_str(), 1);
@@ -84,7 +85,7 @@ std::int32_t CountOpen() {
 
 void Worker::Run(uid_t inUser, const std::function<Handler()>& inStart, int inSocket) {
   try {
-    if (inUser != getuid()) BecomeUser(inUser);
+    if (inUser != getuid()) MoveInAs(inUser);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     const Handler handler = inStart();
     Answer answer;

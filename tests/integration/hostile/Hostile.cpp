@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
@@ -121,11 +120,6 @@ bool SendWithDescriptors(const Descriptor& inSocket, const std::string& inBytes)
   rights->cmsg_len = CMSG_LEN(sizeof descriptors);
   memcpy(CMSG_DATA(rights), descriptors, sizeof descriptors);
   return sendmsg(inSocket.Get(), &message, MSG_NOSIGNAL) >= 0;
-}
-
-bool BecomeOtherUser() {
-  return setresgid(kOtherUser, kOtherUser, kOtherUser) == 0 &&
-         setresuid(kOtherUser, kOtherUser, kOtherUser) == 0 && prctl(PR_SET_DUMPABLE, 1) == 0;
 }
 
 nlohmann::json RunRole(const std::vector<std::string>& inArguments) {

@@ -16,7 +16,6 @@ namespace tembra::test {
 
 // What all hostile tests and the roles of their helpers share.
 
-constexpr uid_t kOtherUser = 65534;
 constexpr unsigned kFlood = 100000;  // messages, or datagrams
 
 // A sanitizer keeps freed memory and shadows; its leak check stands in for the one by size.
@@ -50,9 +49,6 @@ Descriptor ConnectTo(int inFile, int inKind);
 bool SendBytes(const Descriptor& inSocket, const std::string& inBytes);
 // The bytes and three descriptors.
 bool SendWithDescriptors(const Descriptor& inSocket, const std::string& inBytes);
-
-// Becomes another user for good; the process keeps access to its own /proc/self.
-bool BecomeOtherUser();
 
 // Runs this executable in a role of main.cpp; answers what it printed, as JSON, or null.
 nlohmann::json RunRole(const std::vector<std::string>& inArguments);

@@ -8,6 +8,7 @@
 #include "DatagramAttack.h"
 #include "Hostile.h"
 #include "ports/PortWire.h"
+#include "support/OtherUser.h"
 
 namespace tembra::test {
 namespace {
@@ -26,7 +27,7 @@ int TryToConnect(const Descriptor& inFile, int inKind) {
 
 int Reach(const std::string& inFile) {
   const Descriptor file = OpenFile(inFile);
-  if (!file || !BecomeOtherUser()) return 3;
+  if (!file || !BecomeUser(kNobody)) return 3;
   const int path = OpenFile(inFile) ? 0 : errno;
   return Say({{"path", path},
               {"stream", TryToConnect(file, SOCK_SEQPACKET)},
@@ -37,7 +38,7 @@ int ConnectAsStranger(const std::string& inFirst, const std::string& inSecond, u
                       unsigned long long inSeed) {
   Random random(inSeed);
   const Descriptor files[2] = {OpenFile(inFirst), OpenFile(inSecond)};
-  if (!files[0] || !files[1] || !BecomeOtherUser()) return 3;
+  if (!files[0] || !files[1] || !BecomeUser(kNobody)) return 3;
   const ports::Header hello = ports::MakeHeader(ports::Kind::kHello, 0, 0, 0, 0);
   const ports::Header message = ports::MakeHeader(ports::Kind::kMessage, 'cadd', 0, 0, 0);
   const std::string greeting(reinterpret_cast<const char*>(&hello), sizeof hello);
@@ -64,7 +65,7 @@ int ConnectAsStranger(const std::string& inFirst, const std::string& inSecond, u
 int Post(const std::string& inFirst, const std::string& inSecond, unsigned inCount,
          unsigned long long inSeed, bool inAsOther) {
   const Descriptor files[2] = {OpenFile(inFirst), OpenFile(inSecond)};
-  if (!files[0] || (inAsOther && !BecomeOtherUser())) return 3;
+  if (!files[0] || (inAsOther && !BecomeUser(kNobody))) return 3;
   Descriptor first = ConnectTo(files[0].Get(), SOCK_DGRAM);
   if (!first) return 4;
   // The second one may end at any time.

@@ -4,7 +4,6 @@
 #include <CoreServices/GestaltPriv.h>
 #include <dlfcn.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -15,6 +14,7 @@
 
 #include "runtime/TMBIPC.h"
 #include "runtime/TMBOS.h"
+#include "support/OtherUser.h"
 #include "support/PrivateMounts.h"
 #include "support/Program.h"
 
@@ -79,16 +79,10 @@ bool HomeFixture::IsReallyRoot() {
 }
 
 int HomeFixture::RunAsStranger(const std::function<int()>& inBody) {
-  const pid_t child = fork();
-  if (child == 0) {
-    if (setgid(kStranger) != 0 || setuid(kStranger) != 0) _exit(254);
+  return RunAsUser(kStranger, [&] {
     gProcess.mUser = kStranger;
-    _exit(inBody());
-  }
-  int status = 0;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status));
-  return WEXITSTATUS(status);
+    return inBody();
+  });
 }
 
 void HomeFixture::ProvideCsrutil(const std::string& inOutput) {

@@ -14,6 +14,7 @@
 
 #include "HomeFixture.h"
 #include "runtime/TMBIPC.h"
+#include "support/OtherUser.h"
 #include "support/Program.h"
 
 namespace tembra::test {
@@ -238,7 +239,7 @@ TEST_F(InitRuntime, ARaceForTheNamesOfItsFilesHarmsNoOther) {
 
   const pid_t planter = fork();
   if (planter == 0) {
-    if (setgid(kStranger) != 0 || setuid(kStranger) != 0) _exit(1);
+    if (!BecomeUser(kStranger)) _exit(1);
     PlantForever(victim);
   }
   ASSERT_TRUE(WaitUntil([] { return fs::is_symlink(fs::symlink_status(kSoundFile)); }));

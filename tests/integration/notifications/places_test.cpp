@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <string.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -21,6 +20,7 @@
 
 #include "NotificationsTest.h"
 #include "notifications/NotificationWire.h"
+#include "support/OtherUser.h"
 #include "support/Sanitizers.h"
 
 namespace tembra::test {
@@ -77,20 +77,6 @@ TEST_F(Notifications, HostileDatagramsAreCountedAndDropped) {
   EXPECT_EQ(observer.Heard(), Texts{"hostile -"});
 }
 
-// Runs a body in a child process that has become another user.
-int AsOtherUser(const std::function<int()>& inBody) {
-  const pid_t child = fork();
-  if (child == 0) {
-    alarm(60);
-    if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) _exit(90);
-    prctl(PR_SET_DUMPABLE, 1);
-    _exit(inBody());
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
-}
-
 constexpr char kShared[] = "/tmp/tembra-notifications";
 
 TEST_F(Notifications, TheSharedPlaceIsStickyAndOpenToAll) {
@@ -113,13 +99,14 @@ TEST_F(Notifications, AnotherUsersPostReachesOnlyObserversThatNamedNoObject) {
   mkdir(runtime.c_str(), 0700);
   ASSERT_EQ(chown(runtime.c_str(), 65534, 65534), 0);
   const UInt64 before = Statistics().posted;
-  EXPECT_EQ(AsOtherUser([&] {
-              setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
-              Post("foreign", "x");  // his own processes only
-              Post("foreign", "x", nullptr, 3);
-              Post("foreign", nullptr, nullptr, 3);
-              return Statistics().posted == before + 2 ? 0 : 1;
-            }),
+  EXPECT_EQ(RunAsUser(kNobody,
+                      [&] {
+                        setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
+                        Post("foreign", "x");  // his own processes only
+                        Post("foreign", "x", nullptr, 3);
+                        Post("foreign", nullptr, nullptr, 3);
+                        return Statistics().posted == before + 2 ? 0 : 1;
+                      }),
             0);
   ASSERT_TRUE(WaitUntil([&] { return open.Count() == 2; }, Seconds(20)));
   Observer::Flush();
@@ -163,10 +150,11 @@ TEST_F(Notifications, ThePlaceOfAUserIsClosedToOthersHoweverTheyGetThere) {
   ASSERT_EQ(chmod(path.c_str(), 0666), 0);
   const int file = open(path.c_str(), O_PATH | O_CLOEXEC);
   const UInt64 before = Statistics().unauthorized;
-  EXPECT_EQ(AsOtherUser([&] {
-              SendRaw("/proc/self/fd/" + std::to_string(file), good);
-              return 0;
-            }),
+  EXPECT_EQ(RunAsUser(kNobody,
+                      [&] {
+                        SendRaw("/proc/self/fd/" + std::to_string(file), good);
+                        return 0;
+                      }),
             0);
   close(file);
   chmod(path.c_str(), 0600);
@@ -185,11 +173,12 @@ TEST_F(Notifications, AFloodFromAnotherUserIsBoundedAndTheUsersOwnPostsComeThrou
   });
   const UInt64 before = Statistics().overflowed;
   const std::string runtime = "/tmp/other-user";
-  EXPECT_EQ(AsOtherUser([&] {
-              setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
-              for (int i = 0; i < 400; ++i) Post("flood", nullptr, nullptr, 3);
-              return 0;
-            }),
+  EXPECT_EQ(RunAsUser(kNobody,
+                      [&] {
+                        setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
+                        for (int i = 0; i < 400; ++i) Post("flood", nullptr, nullptr, 3);
+                        return 0;
+                      }),
             0);
   EXPECT_TRUE(WaitUntil([&] { return Statistics().overflowed > before; }, Seconds(20)));
   Post("mine");

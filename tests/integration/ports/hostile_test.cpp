@@ -4,13 +4,11 @@
 #include <fcntl.h>
 #include <string.h>
 #include <sys/epoll.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <random>
@@ -18,6 +16,7 @@
 #include "Fixture.h"
 #include "base/Descriptor.h"
 #include "ports/PortWire.h"
+#include "support/OtherUser.h"
 #include "support/Sanitizers.h"
 
 namespace {
@@ -357,30 +356,18 @@ TEST_F(HostilePorts, AServiceThatSleepsWhileItsDescriptorsAreClosedIsReplacedByT
 }
 
 // Runs a body in a child process that has become another user.
-int AsOtherUser(const std::function<int()>& inBody) {
-  const pid_t child = fork();
-  if (child == 0) {
-    if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) _exit(90);
-    // Otherwise its own /proc/self would be closed to it.
-    prctl(PR_SET_DUMPABLE, 1);
-    _exit(inBody());
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
-}
-
 TEST_F(HostilePorts, AnotherUserIsRefusedBeforeAByteIsRead) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   Receiver receiver("port");
   // Even where the directory and the socket let him through.
   ASSERT_EQ(chmod(PortFile("port").c_str(), 0666), 0);
   const int file = open(PortFile("port").c_str(), O_PATH | O_CLOEXEC);
-  EXPECT_EQ(AsOtherUser([&] {
-              Descriptor socket = ConnectTo(file);
-              if (!socket) return 1;
-              return Put(socket, Hello()) && Put(socket, "garbage") ? 0 : 2;
-            }),
+  EXPECT_EQ(RunAsUser(kNobody,
+                      [&] {
+                        Descriptor socket = ConnectTo(file);
+                        if (!socket) return 1;
+                        return Put(socket, Hello()) && Put(socket, "garbage") ? 0 : 2;
+                      }),
             0);
   EXPECT_TRUE(receiver.RunUntil([&] { return receiver.Statistics().refusedUser == 1; }));
   const CFMessagePortStatistics statistics = receiver.Statistics();
@@ -400,7 +387,7 @@ TEST_F(HostilePorts, AnOwnerThatIsAnotherUserIsNotSpokenTo) {
   snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/theirs", directory);
   ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
   // Who listens is who the kernel tells of.
-  EXPECT_EQ(AsOtherUser([&] { return listen(listener, 8); }), 0);
+  EXPECT_EQ(RunAsUser(kNobody, [&] { return listen(listener, 8); }), 0);
   EXPECT_EQ(Remote("theirs"), nullptr);
   Descriptor accepted(accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
   ASSERT_TRUE(accepted);
@@ -414,12 +401,14 @@ TEST_F(HostilePorts, AnotherUserHasNoWayIn) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   Receiver receiver("port");
   const std::string path = PortFile("port");
-  EXPECT_EQ(AsOtherUser([&] {
-              // Not even the user's own place is his to use.
-              return !Remote("port") && !Receiver("other").Port() && access(path.c_str(), F_OK) != 0
-                         ? 0
-                         : 1;
-            }),
+  EXPECT_EQ(RunAsUser(kNobody,
+                      [&] {
+                        // Not even the user's own place is his to use.
+                        return !Remote("port") && !Receiver("other").Port() &&
+                                       access(path.c_str(), F_OK) != 0
+                                   ? 0
+                                   : 1;
+                      }),
             0);
 }
 

@@ -1,6 +1,6 @@
 #include "Roles.h"
+#include "support/OtherUser.h"
 
-#include <grp.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -48,13 +48,11 @@ OSStatus Changed(AudioObjectID inDevice, UInt32 inNumber,
 
 // Before the first call of the HAL.
 bool BecomeAnotherUser() {
-  constexpr uid_t kUser = 65534;
   constexpr char kHome[] = "/tmp/another user";
   mkdir(kHome, 0700);
   setenv("HOME", kHome, 1);
   setenv("XDG_RUNTIME_DIR", kHome, 1);
-  return chown(kHome, kUser, kUser) == 0 && setgroups(0, nullptr) == 0 &&
-         setresgid(kUser, kUser, kUser) == 0 && setresuid(kUser, kUser, kUser) == 0;
+  return chown(kHome, kNobody, kNobody) == 0 && BecomeUser(kNobody);
 }
 
 int Listen(AudioObjectID inDevice) {

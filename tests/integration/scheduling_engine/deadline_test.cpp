@@ -14,6 +14,7 @@
 #include <memory>
 #include <thread>
 
+#include "mach/KernelScheduling.h"
 #include "support/Program.h"
 #include "support/client/ClientDevice.h"
 #include "support/client/FakeHAL.h"
@@ -61,25 +62,14 @@ OSStatus Render(AudioDeviceID, const AudioTimeStamp*, const AudioBufferList*, co
   return 0;
 }
 
-// The kernel's own structure; the C library has no name for it.
-struct KernelAttributes {
-  uint32_t size, policy;
-  uint64_t flags;
-  int32_t nice;
-  uint32_t priority;
-  uint64_t runtime, deadline, period;
-};
-constexpr uint32_t kDeadlinePolicy = 6;
-constexpr uint64_t kReclaim = 2;
-
 // A little more work on a thread that has a quarter of the period from the kernel itself, and may
 // reclaim what others leave: the share of its periods in which it came to its work and through it.
 // 0 where there is no such thread to be had.
 double ShareOfBareThread() {
   double share = 0;
   std::thread([&] {
-    const KernelAttributes attributes = {sizeof attributes, kDeadlinePolicy, kReclaim, 0, 0,
-                                         kPeriod / 4,       kPeriod,         kPeriod};
+    const KernelSchedulingAttributes attributes = {
+        sizeof attributes, kDeadlinePolicy, kFlagReclaim, 0, 0, kPeriod / 4, kPeriod, kPeriod};
     if (syscall(SYS_sched_setattr, 0, &attributes, 0U) != 0) return;
     const int64_t start = Now(CLOCK_MONOTONIC);
     int64_t periods = 0;

@@ -19,13 +19,12 @@
 
 #include "base/Descriptor.h"
 #include "ports/PortWire.h"
+#include "support/OtherUser.h"
 #include "support/device/SimulatedDevice.h"
 #include "telemetry/HP_IOCycleTelemetry.h"
 
 namespace tembra::test {
 namespace {
-
-constexpr uid_t kOtherUser = 65534;
 
 void Say(const char* inText) {
   std::printf("%s\n", inText);
@@ -119,10 +118,7 @@ int RecordConfined(bool inCallsAtTheEnd) {
 
 int AskAsStranger(const std::string& inSocket) {
   const Descriptor file(open(inSocket.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-  if (!file || setresgid(kOtherUser, kOtherUser, kOtherUser) != 0 ||
-      setresuid(kOtherUser, kOtherUser, kOtherUser) != 0 || prctl(PR_SET_DUMPABLE, 1) != 0) {
-    return 3;
-  }
+  if (!file || !BecomeUser(kNobody)) return 3;
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d", file.Get());

@@ -14,16 +14,23 @@
 #include <functional>
 #include <thread>
 
+#include "mach/KernelScheduling.h"
 #include "mach/ThreadScheduling.h"
+#include "support/OtherUser.h"
 #include "support/Program.h"
 
 namespace {
 
+using tembra::kDeadlinePolicy;
+using tembra::KernelSchedulingAttributes;
+using tembra::kFlagReclaim;
+using tembra::kFlagResetOnFork;
 using tembra::TimeConstraint;
 using tembra::WithinKernelBounds;
+using tembra::test::BecomeUser;
+using tembra::test::kNobody;
 using tembra::test::WaitUntil;
 
-constexpr uid_t kNobody = 65534;
 constexpr int kMayNotRaiseLimits = 99;
 constexpr int kMayNotBeRealTime = 96;
 
@@ -79,27 +86,20 @@ int InAChild(const std::function<int()>& inBody) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 
-// The kernel's own structure; the C library has no name for it.
-struct KernelAttributes {
-  uint32_t size, policy;
-  uint64_t flags;
-  int32_t nice;
-  uint32_t priority;
-  uint64_t runtime, deadline, period;
-};
-constexpr uint32_t kDeadlinePolicy = 6;
-constexpr uint64_t kResetOnFork = 1;
-constexpr uint64_t kReclaim = 2;
-
 enum class Grant { kGiven, kNotNow, kNever };
 
 // Whether the kernel gives another thread such a deadline, without the code under test.
 Grant AskKernelForDeadline(const TimeConstraint& inConstraint) {
   Grant grant = Grant::kNever;
   OnAThread([&] {
-    const KernelAttributes attributes = {
-        sizeof attributes,         kDeadlinePolicy,          kResetOnFork | kReclaim, 0, 0,
-        inConstraint.mComputation, inConstraint.mConstraint, inConstraint.mPeriod};
+    const KernelSchedulingAttributes attributes = {sizeof attributes,
+                                                   kDeadlinePolicy,
+                                                   kFlagResetOnFork | kFlagReclaim,
+                                                   0,
+                                                   0,
+                                                   inConstraint.mComputation,
+                                                   inConstraint.mConstraint,
+                                                   inConstraint.mPeriod};
     if (syscall(SYS_sched_setattr, 0, &attributes, 0U) == 0) {
       grant = Grant::kGiven;
     } else if (errno == EBUSY) {
@@ -171,7 +171,7 @@ bool MayBeFIFO() {
 int ModeOfUnprivileged(rlim_t inPriorityLimit, int* outPriority = nullptr) {
   return InAChild([&] {
     const rlimit limit = {inPriorityLimit, inPriorityLimit};
-    if (setrlimit(RLIMIT_RTPRIO, &limit) != 0 || setresuid(kNobody, kNobody, kNobody) != 0) {
+    if (setrlimit(RLIMIT_RTPRIO, &limit) != 0 || !BecomeUser(kNobody)) {
       return kMayNotRaiseLimits;
     }
     if (SetTimeConstraint(mach_thread_self(), 10000000, 500000, 5000000) != KERN_SUCCESS) {
@@ -207,13 +207,13 @@ TEST(TimeConstraint, KeepsWithinTheKernelsBounds) {
 TEST(ThreadPolicy, TimeConstraintBecomesADeadlineAndGoesAgain) {
   OnAThread([] {
     if (!GetsDeadline(11609977, 400000, 5000000)) return;
-    KernelAttributes attributes{};
+    KernelSchedulingAttributes attributes{};
     ASSERT_EQ(syscall(SYS_sched_getattr, 0, &attributes, sizeof attributes, 0), 0);
     EXPECT_EQ(attributes.runtime, 11609977U / 4) << "a cycle's clients need time too";
     EXPECT_EQ(attributes.deadline, 5000000U);
     EXPECT_EQ(attributes.period, 11609977U);
-    EXPECT_EQ(attributes.flags & kResetOnFork, kResetOnFork) << "must not pass to children";
-    EXPECT_EQ(attributes.flags & kReclaim, kReclaim) << "may use what others leave";
+    EXPECT_EQ(attributes.flags & kFlagResetOnFork, kFlagResetOnFork) << "must not pass to children";
+    EXPECT_EQ(attributes.flags & kFlagReclaim, kFlagReclaim) << "may use what others leave";
     EXPECT_EQ(SetPrecedence(mach_thread_self(), 0), KERN_SUCCESS);
     EXPECT_EQ(Mode(), kTembraThreadSchedulingNormal);
     if (!GetsDeadline(11609977, 400000, 5000000)) return;
@@ -353,7 +353,7 @@ TEST(ThreadPolicy, AFiniteRealTimeLimitRulesFIFOOut) {
 TEST(ThreadPolicy, LeavingFIFOWithoutRightsBecomesNoNicer) {
   const int niceness = BoundToOneProcessor([] {
     SetTimeConstraint(mach_thread_self(), 10000000, 500000, 5000000);
-    if (Mode() != kTembraThreadSchedulingFIFO || setresuid(kNobody, kNobody, kNobody) != 0) {
+    if (Mode() != kTembraThreadSchedulingFIFO || !BecomeUser(kNobody)) {
       return 98;
     }
     SetPrecedence(mach_thread_self(), 31 - 97);
@@ -380,7 +380,7 @@ TEST(ThreadPolicy, ImportanceThatIsRefusedIsNoError) {
     GTEST_SKIP() << "needs root to give rights away";
   }
   EXPECT_EQ(InAChild([] {
-              if (setresuid(kNobody, kNobody, kNobody) != 0) {
+              if (!BecomeUser(kNobody)) {
                 return 99;
               }
               const int before = Niceness();

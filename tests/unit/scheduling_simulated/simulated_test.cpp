@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -12,21 +14,15 @@
 #include <vector>
 
 #include "SystemCall.h"
+#include "mach/KernelScheduling.h"
 #include "mach/ThreadScheduling.h"
 
 namespace {
 
+using tembra::kDeadlinePolicy;
+using tembra::KernelSchedulingAttributes;
+using tembra::kFlagReclaim;
 using testing::ElementsAre;
-
-struct KernelAttributes {
-  uint32_t size, policy;
-  uint64_t flags;
-  int32_t nice;
-  uint32_t priority;
-  uint64_t runtime, deadline, period;
-};
-constexpr uint32_t kDeadlinePolicy = 6;
-constexpr uint64_t kReclaim = 2;
 
 struct SimulatedKernel {
   // The errors of the next requests for a deadline; after them it is given.
@@ -35,13 +31,20 @@ struct SimulatedKernel {
   std::vector<std::string> mDeadlines;
   bool mIsOn = false;
   // All that was set, and what every thread is said to have.
-  std::vector<KernelAttributes> mSet;
-  KernelAttributes mNow{};
+  std::vector<KernelSchedulingAttributes> mSet;
+  KernelSchedulingAttributes mNow{};
+  // Without a privilege: how high a thread may go, and how long it may compute at that.
+  rlim_t mPriorityLimit = 99;
+  rlim_t mTimeLimit = RLIM_INFINITY;
 
-  bool Schedule(const KernelAttributes& inAttributes) {
+  bool Schedule(const KernelSchedulingAttributes& inAttributes) {
     mSet.push_back(inAttributes);
+    if (inAttributes.policy == SCHED_FIFO && inAttributes.priority > mPriorityLimit) {
+      errno = EPERM;
+      return false;
+    }
     if (inAttributes.policy != kDeadlinePolicy) return true;
-    const bool reclaims = (inAttributes.flags & kReclaim) != 0;
+    const bool reclaims = (inAttributes.flags & kFlagReclaim) != 0;
     mDeadlines.emplace_back(reclaims ? "reclaiming deadline" : "deadline");
     if (mErrors.empty()) return true;
     errno = mErrors.front();
@@ -94,6 +97,45 @@ TEST_F(RefusingKernel, ThatForbidsDeadlinesIsAskedOnce) {
   EXPECT_THAT(gKernel.mDeadlines, ElementsAre("reclaiming deadline"));
 }
 
+class UnprivilegedThread : public RefusingKernel {
+ protected:
+  UnprivilegedThread() { gKernel.mErrors = {EPERM}; }
+
+  // What was asked for after the deadline.
+  static std::vector<uint32_t> FIFOPriorities() {
+    std::vector<uint32_t> priorities;
+    for (const KernelSchedulingAttributes& set : gKernel.mSet) {
+      if (set.policy == SCHED_FIFO) priorities.push_back(set.priority);
+    }
+    return priorities;
+  }
+};
+
+TEST_F(UnprivilegedThread, IsFIFOWhereItsLimitAllowsThePriority) {
+  gKernel.mPriorityLimit = 50;
+  EXPECT_EQ(Apply(), tembra::SchedulingMode::kFIFO);
+  EXPECT_THAT(FIFOPriorities(), ElementsAre(20U));
+}
+
+TEST_F(UnprivilegedThread, IsFIFOAsHighAsALowerLimitAllows) {
+  gKernel.mPriorityLimit = 7;
+  EXPECT_EQ(Apply(), tembra::SchedulingMode::kFIFO);
+  EXPECT_THAT(FIFOPriorities(), ElementsAre(20U, 7U));
+}
+
+TEST_F(UnprivilegedThread, StaysNormalWithALimitOfZero) {
+  gKernel.mPriorityLimit = 0;
+  EXPECT_EQ(Apply(), tembra::SchedulingMode::kNormal);
+  EXPECT_THAT(FIFOPriorities(), ElementsAre(20U));
+}
+
+// The kernel would end the process when the time is used up.
+TEST_F(UnprivilegedThread, StaysNormalWhereRealTimeIsMeasuredOut) {
+  gKernel.mTimeLimit = 200000;
+  EXPECT_EQ(Apply(), tembra::SchedulingMode::kNormal);
+  EXPECT_TRUE(FIFOPriorities().empty());
+}
+
 class KernelThatKeepsBandwidth : public RefusingKernel {
  protected:
   KernelThatKeepsBandwidth() {
@@ -101,7 +143,7 @@ class KernelThatKeepsBandwidth : public RefusingKernel {
   }
 
   // The kernel counts in shares of this one.
-  static uint64_t Share(const KernelAttributes& inAttributes) {
+  static uint64_t Share(const KernelSchedulingAttributes& inAttributes) {
     return (inAttributes.runtime << 20) / inAttributes.period;
   }
 
@@ -135,7 +177,7 @@ TEST_F(KernelThatKeepsBandwidth, IsToldAtOnceOfTheEndOfOnesOwnDeadline) {
 
 bool tembra::test::AnswerSystemCall(long inNumber, void* ioAttributes, long& outResult) {
   if (!gKernel.mIsOn) return false;
-  auto* const attributes = static_cast<KernelAttributes*>(ioAttributes);
+  auto* const attributes = static_cast<KernelSchedulingAttributes*>(ioAttributes);
   switch (inNumber) {
     case SYS_sched_setattr:
       outResult = gKernel.Schedule(*attributes) ? 0 : -1;
@@ -147,4 +189,13 @@ bool tembra::test::AnswerSystemCall(long inNumber, void* ioAttributes, long& out
     default:
       return false;
   }
+}
+
+bool tembra::test::AnswerLimit(int inResource, rlimit& outLimit) {
+  if (!gKernel.mIsOn) return false;
+  const rlim_t limit = inResource == RLIMIT_RTPRIO   ? gKernel.mPriorityLimit
+                       : inResource == RLIMIT_RTTIME ? gKernel.mTimeLimit
+                                                     : RLIM_INFINITY;
+  outLimit = {limit, limit};
+  return true;
 }
