@@ -126,6 +126,8 @@ TEST_P(Race, FiftyProcessesOfTwoUsersHaveOneOwner) {
 TEST_F(Owners, OneThatWasKilledIsGoneForTheNextReader) {
   for (const uid_t user : {kUser, kOtherUser}) {
     Worker& watcher = Add(user);
+    // Having looked before, it learns of the owner by the notification, and none is still to come.
+    ASSERT_EQ(watcher.Ask('o').owner, -1);
     Worker& owner = Add(kUser);
     ASSERT_EQ(owner.Ask('t').isOwner, 1);
     const pid_t pid = owner.Pid();
