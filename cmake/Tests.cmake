@@ -13,7 +13,18 @@ target_compile_definitions(test_support PUBLIC
 target_include_directories(test_support PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/tests
                            ${CMAKE_SOURCE_DIR}/platform/linux)
 target_link_libraries(test_support PUBLIC GTest::gmock GTest::gtest tmbcore)
-target_precompile_headers(test_support PRIVATE <gmock/gmock.h> <gtest/gtest.h> <string> <vector>)
+target_precompile_headers(test_support PRIVATE <gmock/gmock.h> <gtest/gtest.h> <algorithm> <atomic>
+                           <chrono> <filesystem> <fstream> <functional> <map> <memory> <random>
+                           <string> <thread> <vector>)
+
+# A locale with a decimal comma, which few machines have installed; support/CommaLocale.h uses it.
+set(LOCALES ${CMAKE_BINARY_DIR}/locales)
+find_program(LOCALEDEF localedef)
+if(LOCALEDEF AND NOT EXISTS ${LOCALES}/de_DE.UTF-8)
+  file(MAKE_DIRECTORY ${LOCALES})
+  execute_process(COMMAND ${LOCALEDEF} -i de_DE -f UTF-8 ${LOCALES}/de_DE.UTF-8
+                  OUTPUT_QUIET ERROR_QUIET)
+endif()
 
 function(tembra_tests kind timeout)
   if(TEMBRA_SANITIZE)

@@ -2,7 +2,6 @@
 #include <CoreServices/GestaltPriv.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <locale.h>
 
 #include <cmath>
 #include <cstring>
@@ -11,10 +10,12 @@
 #include <vector>
 
 #include "corefoundation/Object.h"
+#include "support/CommaLocale.h"
 
 namespace {
 
 using tembra::cf::Owned;
+using tembra::test::CommaLocale;
 using List = Owned<CFPropertyListRef>;
 using Data = Owned<CFDataRef>;
 using String = Owned<CFStringRef>;
@@ -306,13 +307,13 @@ TEST(PropertyList, ADeepCopyIsIndependent) {
 }
 
 TEST(PropertyList, RealsDoNotDependOnTheLocale) {
-  locale_t german = newlocale(LC_ALL_MASK, "de_DE.UTF-8", nullptr);
-  if (!german) GTEST_SKIP() << "no locale with a decimal comma is installed";
-  locale_t former = uselocale(german);
   double value = 0.5;
-  List back = RoundTrip(Number(kCFNumberFloat64Type, &value), kXML);
-  uselocale(former);
-  freelocale(german);
+  List back;
+  {
+    const CommaLocale locale;
+    if (!locale.IsThere()) GTEST_SKIP() << "no locale with a decimal comma (package locales)";
+    back = RoundTrip(Number(kCFNumberFloat64Type, &value), kXML);
+  }
   EXPECT_TRUE(CFEqual(back, Number(kCFNumberFloat64Type, &value)));
 }
 

@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <cmath>
 
 #include "server/LevelMeter.h"
+#include "support/CommaLocale.h"
 
 namespace tembra {
 namespace {
@@ -81,15 +81,10 @@ TEST(StatisticsText, SaysTheSame) {
 }
 
 TEST(StatisticsText, DoesNotFollowTheLocale) {
-  const char* before = std::setlocale(LC_ALL, nullptr);
-  const std::string kept = before != nullptr ? before : "C";
-  if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr &&
-      std::setlocale(LC_ALL, "fr_FR.UTF-8") == nullptr) {
-    GTEST_SKIP() << "no locale with a decimal comma on this machine";
-  }
+  const test::CommaLocale locale;
+  if (!locale.IsThere()) GTEST_SKIP() << "no locale with a decimal comma (package locales)";
   EXPECT_NE(MakeText(Report()).find("0.410 ms"), std::string::npos);
   EXPECT_NE(MakeJSON(Report()).dump().find("12.345"), std::string::npos);
-  std::setlocale(LC_ALL, kept.c_str());
 }
 
 TEST(Decibels, OneDecimal) {
