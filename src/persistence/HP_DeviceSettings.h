@@ -14,8 +14,9 @@ class HP_Object;
 // Thread: any. Restoring holds the device's state mutex throughout; saving holds no lock.
 // Ownership: borrows the device; the caller owns what SaveToDictionary answers.
 // Units and range: element 0 is the whole device, channels count from 1.
-// Failure: nothing is reported. A file that cannot be opened counts as absent; one that holds
-//   something else than a dictionary is left alone. What a property call throws is passed on.
+// Failure: nothing is reported. A file that is missing or empty counts as none; one that cannot be
+//   read or holds something else than a dictionary is left alone. What a property call throws is
+//   passed on.
 class HP_DeviceSettings {
  public:
   enum : UInt32 { kBooleanControl = 0, kFloatControl = 1, kSelectorControl = 2 };

@@ -26,6 +26,7 @@ class SimulatedControls {
   }
   bool Has(const AudioObjectPropertyAddress& inAddress) const {
     mAsked.push_back(Name("has", inAddress));
+    Log(mAsked.back());
     return mValues.count(KeyOf(inAddress)) != 0;
   }
   void Get(const AudioObjectPropertyAddress& inAddress, UInt32 inSize, void* outData) const {
@@ -40,6 +41,7 @@ class SimulatedControls {
       throw CAException(kAudioHardwareIllegalOperationError);
     }
     mSets.push_back(Name("set", inAddress));
+    Log(mSets.back());
     std::memcpy(&mValues[KeyOf(inAddress)], inData, 4);
   }
 
@@ -51,6 +53,14 @@ class SimulatedControls {
     Float32 value = 0;
     std::memcpy(&value, &bits, sizeof(value));
     return value;
+  }
+  // From now on all that is asked and set is noted there too, under that name.
+  void LogTo(std::vector<std::string>& inLog, const std::string& inName) {
+    mLog = &inLog;
+    mName = inName;
+  }
+  void Log(const std::string& inWhat) const {
+    if (mLog != nullptr) mLog->push_back(mName + " " + inWhat);
   }
   std::vector<std::string> TakeAsked() { return std::exchange(mAsked, {}); }
   std::vector<std::string> TakeSets() { return std::exchange(mSets, {}); }
@@ -71,6 +81,8 @@ class SimulatedControls {
   std::map<Key, UInt32> mValues;
   mutable std::vector<std::string> mAsked;
   std::vector<std::string> mSets;
+  std::vector<std::string>* mLog = nullptr;
+  std::string mName;
 };
 
 // A stream with controls, whose physical format is what was last set.
@@ -96,6 +108,7 @@ class ControlledStream : public SimulatedStream {
     if (inDataSize != 40 || inQualifierSize != 0 || inQualifier != nullptr || inWhen != nullptr) {
       throw CAException(kAudioHardwareBadPropertySizeError);
     }
+    mControls.Log("set format");
     mFormats.push_back(*static_cast<const AudioStreamBasicDescription*>(inData));
   }
 

@@ -86,7 +86,10 @@ TEST(SettingsFormat, HasEightFieldsAndComesBack) {
   AudioStreamBasicDescription format = FloatFormat(2, 48000.0);
   format.mFormatFlags |= 0x80000000;  // above what a signed number holds
   const CACFDictionary dictionary(HP_DeviceSettings_ConstructDictionaryFromFormat(format), true);
-  EXPECT_EQ(dictionary.Size(), 8u);
+  EXPECT_THAT(KeysOf(dictionary),
+              ElementsAre("sample rate", "format id", "format flags", "bytes per packet",
+                          "frames per packet", "bytes per frame", "channels per frame",
+                          "bits per channel"));
   EXPECT_EQ(CFNumberGetType(Number(dictionary, "sample rate")), kCFNumberFloat64Type);
   for (const char* key : {"format id", "format flags", "bytes per packet", "frames per packet",
                           "bytes per frame", "channels per frame", "bits per channel"}) {
@@ -251,11 +254,37 @@ TEST_F(DeviceSettings, ComeBackAsTheyWereSaved) {
   EXPECT_EQ(stream.mControls.Number('mute', 'outp', 0), 1u);
   ASSERT_EQ(stream.mFormats.size(), 1u);
   EXPECT_EQ(stream.mFormats[0].mSampleRate, 48000.0);
-  // Controls of the device, input before output, then those of the streams.
   EXPECT_THAT(device.mControls.TakeSets(), ElementsAre("set ssrc/inpt/0", "set volm/outp/0",
                                                        "set volm/outp/2", "set mute/outp/1"));
   EXPECT_TRUE(device.mMutexWasHeld);
   EXPECT_FALSE(device.GetDeviceStateMutex()->IsOwnedByCurrentThread());
+}
+
+TEST_F(DeviceSettings, OfTheDeviceComeBeforeThoseOfItsStreamsAndInputBeforeOutput) {
+  ControlledDevice device;
+  ControlledStream& output = device.AddControlledStream(false, FloatFormat(1));
+  ControlledStream& input = device.AddControlledStream(true, FloatFormat(1));
+  for (const UInt32 scope : {'inpt', 'outp'}) {
+    device.mControls.Add('mute', scope, 0, 1u);
+    (scope == 'inpt' ? input : output).mControls.Add('mute', scope, 0, 1u);
+  }
+  std::vector<std::string> log;
+  device.mControls.LogTo(log, "device");
+  input.mControls.LogTo(log, "input stream");
+  output.mControls.LogTo(log, "output stream");
+  const ControlInfo controls[] = {{'mute', 0}};
+  const CACFDictionary saved = Save(device, controls, 1);
+  EXPECT_THAT(log, ElementsAre("device has mute/inpt/0", "device has mute/inpt/1",
+                               "device has mute/outp/0", "device has mute/outp/1",
+                               "input stream has mute/inpt/0", "output stream has mute/outp/0"));
+  log.clear();
+  HP_DeviceSettings::RestoreFromDictionary(device, saved.GetCFDictionary(), controls, 1);
+  EXPECT_THAT(
+      log, ElementsAre("device has mute/inpt/0", "device set mute/inpt/0", "device has mute/inpt/1",
+                       "device has mute/outp/0", "device set mute/outp/0", "device has mute/outp/1",
+                       "input stream has mute/inpt/0", "input stream set mute/inpt/0",
+                       "input stream set format", "output stream has mute/outp/0",
+                       "output stream set mute/outp/0", "output stream set format"));
 }
 
 TEST_F(DeviceSettings, ANullDictionaryRestoresNothing) {

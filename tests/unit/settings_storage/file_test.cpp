@@ -77,6 +77,26 @@ TEST_F(File, EachChangeIsWrittenAtOnce) {
   EXPECT_EQ(Stored("b"), -1);
 }
 
+TEST_F(File, ARemovalKeepsWhatAnotherProcessWrote) {
+  CASettingsStorage storage = Make();
+  Set(storage, "mine", 1);
+  SetElsewhere("theirs", 2);
+  storage.RemoveValue(CFSTR("mine"));
+  EXPECT_EQ(Stored("mine"), -1);
+  EXPECT_EQ(Stored("theirs"), 2);
+}
+
+TEST_F(File, TheKeysAreThoseThatAnotherProcessWroteToo) {
+  CASettingsStorage storage = Make();
+  Set(storage, "mine", 1);
+  SetElsewhere("theirs", 2);
+  CFStringRef keys[2] = {};
+  UInt32 count = 0;
+  storage.GetKeys(2, count, keys);
+  ASSERT_NE(keys[1], nullptr);
+  EXPECT_TRUE(CFEqual(keys[0], CFSTR("theirs")) || CFEqual(keys[1], CFSTR("theirs")));
+}
+
 TEST_F(File, ASaveElsewhereIsSeenWhenTheTimeHasMoved) {
   CASettingsStorage storage = Make();
   Set(storage, "k", 1);

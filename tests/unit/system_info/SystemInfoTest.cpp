@@ -16,6 +16,7 @@ struct System {
   std::vector<UInt32> mAdded;
   std::vector<UInt32> mRemoved;
   std::vector<UInt32> mRead;
+  std::vector<UInt32> mAddedAtRead;  // how many had been added at each reading
 } sSystem;
 
 constexpr OSStatus kCannotBeRead = 'who?';
@@ -37,6 +38,7 @@ class SystemInfo : public testing::Test {
     sSystem.mValues = {{'user', 1}, {'pmut', 1}, {'stmo', 0}, {'mast', 0}, {'inot', 0}};
     for (UInt32 theSelector : {'user', 'pmut', 'stmo'}) Tell(theSelector);
     sSystem.mRead.clear();
+    sSystem.mAddedAtRead.clear();
   }
   void TearDown() override { HP_SystemInfo::Teardown(); }
 };
@@ -54,6 +56,7 @@ extern "C" OSStatus AudioObjectGetPropertyData(AudioObjectID inObjectID,
   EXPECT_EQ(nullptr, inQualifier);
   EXPECT_EQ(4u, *ioDataSize);
   sSystem.mRead.push_back(inAddress->mSelector);
+  sSystem.mAddedAtRead.push_back(static_cast<UInt32>(sSystem.mAdded.size()));
   auto theIterator = sSystem.mValues.find(inAddress->mSelector);
   if (theIterator == sSystem.mValues.end()) return kCannotBeRead;
   *static_cast<UInt32*>(outData) = theIterator->second;
@@ -87,6 +90,8 @@ TEST_F(SystemInfo, InitializeListensToThreePropertiesAndReadsEach) {
   HP_SystemInfo::Initialize();
   EXPECT_THAT(sSystem.mAdded, ElementsAre('user', 'pmut', 'stmo'));
   EXPECT_THAT(sSystem.mRead, ElementsAre('user', 'pmut', 'stmo'));
+  // A change between the two would otherwise be lost.
+  EXPECT_THAT(sSystem.mAddedAtRead, ElementsAre(1u, 2u, 3u)) << "each is listened to, then read";
 }
 
 TEST_F(SystemInfo, InitializeWorksOnce) {

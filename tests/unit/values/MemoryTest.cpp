@@ -4,6 +4,7 @@
 #include <new>
 
 #include "support/CAAutoDisposer.h"
+#include "support/Sanitizers.h"
 
 namespace {
 
@@ -23,6 +24,12 @@ TEST(Memory, ProductThatOverflowsThrows) {
 TEST(Memory, CallocIsZeroed) {
   CAAutoFree<unsigned char> theBlock(static_cast<unsigned char*>(CA_calloc(100, 3)));
   for (int i = 0; i < 300; ++i) ASSERT_EQ(0, theBlock.get()[i]);
+}
+
+TEST(Memory, LackOfItThrows) {
+  if (tembra::test::kSanitized) GTEST_SKIP() << "a sanitizer has the allocator";
+  EXPECT_THROW(CA_malloc(SIZE_MAX / 4), std::bad_alloc);
+  EXPECT_THROW(CA_calloc(SIZE_MAX / 4, 1), std::bad_alloc);
 }
 
 TEST(Memory, NothingIsNoLackOfMemory) {

@@ -481,6 +481,87 @@ TEST(Array, SetReplacesAppendsAtTheEndAndFailsPastIt) {
   EXPECT_EQ(2, NumberAt(theArray, 0));
 }
 
+// One value of each kind that an array takes, put in by an operation and read back.
+struct ArrayOperations {
+  bool (CACFArray::*mBool)(UInt32, bool);
+  bool (CACFArray::*mSInt32)(UInt32, SInt32);
+  bool (CACFArray::*mUInt32)(UInt32, UInt32);
+  bool (CACFArray::*mSInt64)(UInt32, SInt64);
+  bool (CACFArray::*mUInt64)(UInt32, UInt64);
+  bool (CACFArray::*mFloat32)(UInt32, Float32);
+  bool (CACFArray::*mFloat64)(UInt32, Float64);
+  bool (CACFArray::*mString)(UInt32, CFStringRef);
+  bool (CACFArray::*mArray)(UInt32, CFArrayRef);
+  bool (CACFArray::*mDictionary)(UInt32, CFDictionaryRef);
+  bool (CACFArray::*mData)(UInt32, CFDataRef);
+};
+
+void ExpectEachKindAtItsIndex(const ArrayOperations& inOperations, UInt32 inItemsAfterwards) {
+  CACFArray theArray(true);
+  for (int i = 0; i < 11; ++i) theArray.AppendSInt32(100 + i);
+  const CACFArray theInner(true);
+  const CACFDictionary theDictionary(true);
+  const UInt8 theBytes[] = {1, 2};
+  const CACFData theData(theBytes, sizeof theBytes);
+  EXPECT_TRUE((theArray.*inOperations.mBool)(0, true));
+  EXPECT_TRUE((theArray.*inOperations.mSInt32)(1, -3));
+  EXPECT_TRUE((theArray.*inOperations.mUInt32)(2, 0x80000001));
+  EXPECT_TRUE((theArray.*inOperations.mSInt64)(3, SInt64{-1} << 40));
+  EXPECT_TRUE((theArray.*inOperations.mUInt64)(4, ~UInt64{0}));
+  EXPECT_TRUE((theArray.*inOperations.mFloat32)(5, 0.25f));
+  EXPECT_TRUE((theArray.*inOperations.mFloat64)(6, 0.1));
+  EXPECT_TRUE((theArray.*inOperations.mString)(7, CFSTR("levl")));
+  EXPECT_TRUE((theArray.*inOperations.mArray)(8, theInner.GetCFArray()));
+  EXPECT_TRUE((theArray.*inOperations.mDictionary)(9, theDictionary.GetCFDictionary()));
+  EXPECT_TRUE((theArray.*inOperations.mData)(10, theData.GetCFData()));
+  EXPECT_EQ(inItemsAfterwards, theArray.GetNumberItems());
+
+  bool theBool = false;
+  EXPECT_TRUE(theArray.GetBool(0, theBool) && theBool);
+  EXPECT_EQ(-3, NumberAt(theArray, 1));
+  UInt32 theUInt32 = 0;
+  EXPECT_TRUE(theArray.GetUInt32(2, theUInt32));
+  EXPECT_EQ(0x80000001, theUInt32);
+  SInt64 theSInt64 = 0;
+  EXPECT_TRUE(theArray.GetSInt64(3, theSInt64));
+  EXPECT_EQ(SInt64{-1} << 40, theSInt64);
+  UInt64 theUInt64 = 0;
+  EXPECT_TRUE(theArray.GetUInt64(4, theUInt64));
+  EXPECT_EQ(~UInt64{0}, theUInt64);
+  Float32 theFloat32 = 0;
+  EXPECT_TRUE(theArray.GetFloat32(5, theFloat32));
+  EXPECT_EQ(0.25f, theFloat32);
+  Float64 theFloat64 = 0;
+  EXPECT_TRUE(theArray.GetFloat64(6, theFloat64));
+  EXPECT_EQ(0.1, theFloat64);
+  CFTypeRef theValue = nullptr;
+  EXPECT_TRUE(theArray.GetCFType(7, theValue));
+  EXPECT_TRUE(CFEqual(CFSTR("levl"), theValue));
+  EXPECT_TRUE(theArray.GetCFType(8, theValue));
+  EXPECT_EQ(theInner.GetCFArray(), theValue);
+  EXPECT_TRUE(theArray.GetCFType(9, theValue));
+  EXPECT_EQ(theDictionary.GetCFDictionary(), theValue);
+  EXPECT_TRUE(theArray.GetCFType(10, theValue));
+  EXPECT_EQ(theData.GetCFData(), theValue);
+}
+
+TEST(Array, InsertsEachKindOfValue) {
+  ExpectEachKindAtItsIndex(
+      {&CACFArray::InsertBool, &CACFArray::InsertSInt32, &CACFArray::InsertUInt32,
+       &CACFArray::InsertSInt64, &CACFArray::InsertUInt64, &CACFArray::InsertFloat32,
+       &CACFArray::InsertFloat64, &CACFArray::InsertString, &CACFArray::InsertArray,
+       &CACFArray::InsertDictionary, &CACFArray::InsertData},
+      22);
+}
+
+TEST(Array, SetsEachKindOfValue) {
+  ExpectEachKindAtItsIndex(
+      {&CACFArray::SetBool, &CACFArray::SetSInt32, &CACFArray::SetUInt32, &CACFArray::SetSInt64,
+       &CACFArray::SetUInt64, &CACFArray::SetFloat32, &CACFArray::SetFloat64, &CACFArray::SetString,
+       &CACFArray::SetArray, &CACFArray::SetDictionary, &CACFArray::SetData},
+      11);
+}
+
 TEST(Array, FindsAndTakesOutItems) {
   CACFArray theArray(true);
   theArray.AppendString(CFSTR("a"));
