@@ -236,6 +236,29 @@ TEST_F(IOProcListTest, StopAllWithOnlyNullStartsTouchesNoBuffer) {
   EXPECT_TRUE(theStream->mRegistrations.empty());
 }
 
+TEST_F(IOProcListTest, StopAllFreesEachRecordsOutputAndRebuildsTheInputForNoOne) {
+  SimulatedStream* theInput = mDevice.AddSimulatedStream(true, FloatFormat(2));
+  SimulatedStream* theOutput = mDevice.AddSimulatedStream(false, FloatFormat(2));
+  const AudioDeviceIOProcID theA = mList.AddIOProc(ProcA, &mDataA, true);
+  const AudioDeviceIOProcID theB = mList.AddIOProc(ProcB, &mDataB, true);
+  mList.StartIOProc(theA);
+  mList.StartIOProc(theB);
+  mList.StopAllIOProcs();
+  Enabled(0, 0);
+  for (const AudioDeviceIOProcID theID : {theA, theB}) {
+    EXPECT_FALSE(Record(theID)->IsEnabled());
+    EXPECT_EQ(Record(theID)->GetAudioBufferList(false), nullptr);
+    EXPECT_TRUE(Record(theID)->GetIOBufferList(false).empty());
+  }
+  EXPECT_EQ(theInput->mRegistrations.size(), 2u) << "at the two starts, not between the stops";
+  EXPECT_EQ(theInput->mUnregistrations, theInput->mRegistrations);
+  EXPECT_EQ(theOutput->mRegistrations.size(), 2u);
+  EXPECT_EQ(theOutput->mUnregistrations, theOutput->mRegistrations);
+  ASSERT_NE(mList.GetSharedAudioBufferList(true), nullptr);
+  EXPECT_EQ(mList.GetSharedAudioBufferList(true)->mBuffers[0].mData, nullptr);
+  EXPECT_EQ(mList.GetSharedAudioBufferList(true)->mBuffers[0].mDataByteSize, 512u * 8);
+}
+
 TEST_F(IOProcListTest, RemovingARecordFreesItsBuffers) {
   SimulatedStream* theStream = mDevice.AddSimulatedStream(false, FloatFormat(1));
   const AudioDeviceIOProcID theA = mList.AddIOProc(ProcA, &mDataA, true);
@@ -334,6 +357,25 @@ TEST_F(IOProcListTest, ActualSizesOfOutputAreThoseOfTheFirstStartedRecord) {
   mList.GetIOBufferActualDataSize(false, 1, theBytes, theFrames);
   EXPECT_EQ(theBytes, 0u);
   EXPECT_EQ(theFrames, 0u);
+}
+
+TEST_F(IOProcListTest, ActualSizesOfOutputAreSetInEveryRecord) {
+  mDevice.AddSimulatedStream(false, FloatFormat(2));
+  const AudioDeviceIOProcID theA = mList.AddIOProc(ProcA, &mDataA, true);
+  const AudioDeviceIOProcID theStopped = mList.AddIOProc(ProcA, &mDataB, true);
+  const AudioDeviceIOProcID theB = mList.AddIOProc(ProcB, &mDataB, true);
+  mList.StartIOProc(theA);
+  mList.StartIOProc(theB);
+  mList.SetIOBufferActualDataSize(false, 0, 16, 2);
+  for (const AudioDeviceIOProcID theID : {theA, theB}) {
+    UInt32 theBytes = 0;
+    UInt32 theFrames = 0;
+    Record(theID)->GetIOBufferActualDataSize(false, 0, theBytes, theFrames);
+    EXPECT_EQ(theBytes, 16u);
+    EXPECT_EQ(theFrames, 2u);
+    EXPECT_EQ(Record(theID)->GetAudioBufferList(false)->mBuffers[0].mDataByteSize, 16u);
+  }
+  EXPECT_EQ(Record(theStopped)->GetAudioBufferList(false), nullptr) << "nothing to set there";
 }
 
 TEST_F(IOProcListTest, ActualSizesOfInputAreThoseOfTheSharedBuffers) {
