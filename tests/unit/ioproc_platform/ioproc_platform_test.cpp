@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <map>
 
 #include "device/HP_IOProc.h"
 #include "support/HP_SystemInfo.h"
@@ -16,7 +17,7 @@ namespace {
 
 int sAllocationThatFails = 0;  // counted from 1; 0 for none
 int sAllocations = 0;
-int sDeallocations = 0;
+std::map<vm_address_t, vm_size_t> sAllocated;  // the size of what is not given back yet
 UInt32 sSystemPropertyValue = 1;
 
 }  // namespace
@@ -31,14 +32,19 @@ __attribute__((visibility("default"))) kern_return_t vm_allocate(vm_map_t, vm_ad
   void* theMemory = std::malloc(inSize);
   std::memset(theMemory, 0xEE, inSize);
   *outAddress = reinterpret_cast<vm_address_t>(theMemory);
+  sAllocated[*outAddress] = inSize;
   return KERN_SUCCESS;
 }
 
 __attribute__((visibility("default"))) kern_return_t vm_deallocate(vm_map_t, vm_address_t inAddress,
                                                                    vm_size_t inSize) {
-  ++sDeallocations;
-  EXPECT_GE(inSize, 16u);
-  std::memset(reinterpret_cast<void*>(inAddress), 0xDD, inSize);
+  const auto theAllocation = sAllocated.extract(inAddress);
+  if (theAllocation.empty()) {
+    ADD_FAILURE() << "not allocated";
+    return KERN_INVALID_ADDRESS;
+  }
+  EXPECT_EQ(inSize, theAllocation.mapped());
+  std::memset(reinterpret_cast<void*>(inAddress), 0xDD, theAllocation.mapped());
   std::free(reinterpret_cast<void*>(inAddress));
   return KERN_SUCCESS;
 }
@@ -63,14 +69,14 @@ OSStatus Proc(AudioObjectID, const AudioTimeStamp*, const AudioBufferList*, cons
 class IOProcPlatformTest : public testing::Test {
  protected:
   IOProcPlatformTest() : mIOProc(&mDevice, Proc, nullptr, true, 1, true, false) {
-    sAllocationThatFails = sAllocations = sDeallocations = 0;
+    sAllocationThatFails = sAllocations = 0;
     SetSystemProperty('pmut', 1);
     mIOProc.Start();
   }
   ~IOProcPlatformTest() override {
     mIOProc.Stop();
     mIOProc.DeallocateBufferLists();
-    EXPECT_EQ(sDeallocations, sAllocations - (sAllocationThatFails > 0 ? 1 : 0));
+    EXPECT_THAT(sAllocated, testing::IsEmpty());
     SetSystemProperty('pmut', 1);
   }
   static void SetSystemProperty(UInt32 inSelector, UInt32 inValue) {
@@ -89,6 +95,17 @@ TEST_F(IOProcPlatformTest, MemoryIsZeroedWholeBeforeUse) {
   mIOProc.AllocateBufferList(false);
   const auto* theData = static_cast<const UInt8*>(mIOProc.GetIOBufferList(false)[0]->GetData());
   for (int i = 0; i < 514 * 4; ++i) ASSERT_EQ(theData[i], 0) << i;
+}
+
+TEST_F(IOProcPlatformTest, MemoryIsForHeaderDataAndPaddingAndGoesBackWhole) {
+  mDevice.mPadding = 2;
+  mDevice.AddSimulatedStream(false, FloatFormat(1));
+  mIOProc.AllocateBufferList(false);
+  EXPECT_THAT(sAllocated, testing::ElementsAre(testing::Pair(testing::_, 16u + 514 * 4)));
+  // What was rendered last says nothing of the size of the memory.
+  mIOProc.SetIOBufferActualDataSize(false, 0, 8, 2);
+  mIOProc.FreeBufferList(false);
+  EXPECT_THAT(sAllocated, testing::IsEmpty());
 }
 
 TEST_F(IOProcPlatformTest, AMissingBufferLeavesItsEntryEmptyAndMovesTheLaterOnesUp) {
