@@ -1,0 +1,2 @@
+#include "support/persistence/FakeNotifications.cpp"
+#include "support/persistence/FakePreferences.cpp"
