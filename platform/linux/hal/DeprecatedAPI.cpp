@@ -106,6 +106,9 @@ OSStatus AudioDeviceGetPropertyInfo(AudioDeviceID inDevice, UInt32 inChannel, Bo
 OSStatus AudioDeviceGetProperty(AudioDeviceID inDevice, UInt32 inChannel, Boolean isInput,
                                 AudioDevicePropertyID inPropertyID, UInt32* ioPropertyDataSize,
                                 void* outPropertyData) {
+  if (!IsRoom(ioPropertyDataSize, outPropertyData)) {
+    return kAudioHardwareIllegalOperationError;
+  }
   if (IsAnsweredByHost(inDevice, inPropertyID)) {
     const AudioObjectPropertyAddress address = DeviceAddress(inChannel, isInput, inPropertyID);
     return AudioObjectGetPropertyData(inDevice, &address, 0, nullptr, ioPropertyDataSize,
@@ -119,7 +122,7 @@ OSStatus AudioDeviceSetProperty(AudioDeviceID inDevice, const AudioTimeStamp* in
                                 UInt32 inChannel, Boolean isInput,
                                 AudioDevicePropertyID inPropertyID, UInt32 inPropertyDataSize,
                                 const void* inPropertyData) {
-  if (IsAnsweredByHost(inDevice, inPropertyID)) {
+  if (!IsData(inPropertyDataSize, inPropertyData) || IsAnsweredByHost(inDevice, inPropertyID)) {
     return kAudioHardwareIllegalOperationError;
   }
   return ForwardToDevice(inDevice, kFirstVersion, &Interface::DeviceSetProperty, inWhen, inChannel,
@@ -155,6 +158,9 @@ OSStatus AudioStreamGetPropertyInfo(AudioStreamID inStream, UInt32 inChannel,
 OSStatus AudioStreamGetProperty(AudioStreamID inStream, UInt32 inChannel,
                                 AudioDevicePropertyID inPropertyID, UInt32* ioPropertyDataSize,
                                 void* outPropertyData) {
+  if (!IsRoom(ioPropertyDataSize, outPropertyData)) {
+    return kAudioHardwareIllegalOperationError;
+  }
   if (IsAnsweredByHost(inStream, inPropertyID)) {
     const AudioObjectPropertyAddress address = StreamAddress(inChannel, inPropertyID);
     return AudioObjectGetPropertyData(inStream, &address, 0, nullptr, ioPropertyDataSize,
@@ -167,7 +173,7 @@ OSStatus AudioStreamGetProperty(AudioStreamID inStream, UInt32 inChannel,
 OSStatus AudioStreamSetProperty(AudioStreamID inStream, const AudioTimeStamp* inWhen,
                                 UInt32 inChannel, AudioDevicePropertyID inPropertyID,
                                 UInt32 inPropertyDataSize, const void* inPropertyData) {
-  if (IsAnsweredByHost(inStream, inPropertyID)) {
+  if (!IsData(inPropertyDataSize, inPropertyData) || IsAnsweredByHost(inStream, inPropertyID)) {
     return kAudioHardwareIllegalOperationError;
   }
   return ForwardToStream(inStream, &Interface::StreamSetProperty, inWhen, inChannel, inPropertyID,

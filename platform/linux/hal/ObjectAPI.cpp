@@ -115,7 +115,7 @@ OSStatus TembraHALGetPropertyData(AudioObjectID inObjectID,
                                   UInt32 inQualifierDataSize, const void* inQualifierData,
                                   UInt32* ioDataSize, void* outData) {
   return Guarded([&]() -> OSStatus {
-    if (!inAddress || !ioDataSize || (!outData && *ioDataSize > 0)) {
+    if (!inAddress || !IsRoom(ioDataSize, outData)) {
       return kAudioHardwareIllegalOperationError;
     }
     if (inObjectID == kAudioObjectSystemObject) {
@@ -142,7 +142,7 @@ OSStatus TembraHALSetPropertyData(AudioObjectID inObjectID,
                                   UInt32 inQualifierDataSize, const void* inQualifierData,
                                   UInt32 inDataSize, const void* inData) {
   return Guarded([&]() -> OSStatus {
-    if (!inAddress || (!inData && inDataSize > 0)) {
+    if (!inAddress || !IsData(inDataSize, inData)) {
       return kAudioHardwareIllegalOperationError;
     }
     if (inObjectID == kAudioObjectSystemObject) {

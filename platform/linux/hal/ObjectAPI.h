@@ -17,6 +17,14 @@ OSStatus IsPropertySettable(AudioObjectID inObjectID, const AudioObjectPropertyA
 OSStatus GetPropertyDataSize(AudioObjectID inObjectID, const AudioObjectPropertyAddress* inAddress,
                              UInt32 inQualifierSize, const void* inQualifier, UInt32* outSize);
 
+// A plug-in copies what it is given by its size, so null stands for no bytes and nothing else.
+inline bool IsData(UInt32 inSize, const void* inData) {
+  return inData || inSize == 0;
+}
+inline bool IsRoom(const UInt32* inSize, const void* outData) {
+  return inSize && IsData(*inSize, outData);
+}
+
 // Registers a listener for an object of that must exist; inUnknown is the status if it does not.
 OSStatus AddListener(AudioObjectID inObjectID, const AudioObjectPropertyAddress* inAddress,
                      const ListenerTarget& inTarget, OSStatus inUnknown);

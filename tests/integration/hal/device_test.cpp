@@ -113,6 +113,45 @@ TEST_F(DeviceCalls, OlderFormsAskTheHostForWhatItKeeps) {
   EXPECT_THAT(mFake->TakeLog(), testing::IsEmpty());
 }
 
+TEST_F(DeviceCalls, OlderPropertyFormsRefuseNullPointers) {
+  const OSStatus refused = kAudioHardwareIllegalOperationError;
+  UInt32 size = 4;
+  UInt32 value = 0;
+  for (const UInt32 selector : {'clas', 'fsiz'}) {
+    EXPECT_EQ(AudioDeviceGetProperty(mDevice, 0, false, selector, nullptr, &value), refused);
+    EXPECT_EQ(AudioDeviceGetProperty(mDevice, 0, false, selector, &size, nullptr), refused);
+    EXPECT_EQ(AudioDeviceSetProperty(mDevice, nullptr, 0, false, selector, 4, nullptr), refused);
+    EXPECT_EQ(AudioStreamGetProperty(mDevice, 0, selector, nullptr, &value), refused);
+    EXPECT_EQ(AudioStreamGetProperty(mDevice, 0, selector, &size, nullptr), refused);
+    EXPECT_EQ(AudioStreamSetProperty(mDevice, nullptr, 0, selector, 4, nullptr), refused);
+  }
+  for (const UInt32 selector : {'clas', 'pmut'}) {
+    EXPECT_EQ(AudioHardwareGetProperty(selector, nullptr, &value), refused);
+    EXPECT_EQ(AudioHardwareGetProperty(selector, &size, nullptr), refused);
+    EXPECT_EQ(AudioHardwareSetProperty(selector, 4, nullptr), refused);
+  }
+  EXPECT_EQ(size, 4U);
+  EXPECT_THAT(mFake->TakeLog(), testing::IsEmpty()) << "the plug-in does not see them";
+}
+
+TEST_F(DeviceCalls, OlderPropertyFormsTakeNullForNoData) {
+  UInt32 none = 0;
+  EXPECT_EQ(AudioDeviceGetPropertyInfo(mDevice, 0, false, 'fsiz', nullptr, nullptr), 0);
+  EXPECT_EQ(AudioDeviceGetProperty(mDevice, 0, false, 'fsiz', &none, nullptr), 0);
+  EXPECT_EQ(AudioDeviceSetProperty(mDevice, nullptr, 0, false, 'fsiz', 0, nullptr), 0);
+  EXPECT_EQ(AudioStreamGetPropertyInfo(mDevice, 0, 'sfmt', nullptr, nullptr), 0);
+  EXPECT_EQ(AudioStreamGetProperty(mDevice, 0, 'sfmt', &none, nullptr), 0);
+  EXPECT_EQ(AudioStreamSetProperty(mDevice, nullptr, 0, 'sfmt', 0, nullptr), 0);
+  EXPECT_EQ(AudioHardwareGetPropertyInfo('dev#', nullptr, nullptr), 0);
+  EXPECT_THAT(mFake->TakeLog(),
+              ElementsAre("DeviceGetPropertyInfo " + mID + " 0 0 fsiz",
+                          "DeviceGetProperty " + mID + " 0 0 fsiz 0",
+                          "DeviceSetProperty " + mID + " " + Text(nullptr) + " 0 0 fsiz 0",
+                          "StreamGetPropertyInfo " + mID + " 0 sfmt",
+                          "StreamGetProperty " + mID + " 0 sfmt 0",
+                          "StreamSetProperty " + mID + " " + Text(nullptr) + " 0 sfmt 0"));
+}
+
 TEST(HostTime, IsTheMonotonicClockInNanoseconds) {
   const UInt64 before = AudioGetCurrentHostTime();
   EXPECT_GE(AudioGetCurrentHostTime(), before);
