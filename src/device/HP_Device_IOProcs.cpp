@@ -27,6 +27,11 @@ UInt32 RoundUpToFrames(Float64 inFrames) {
   return theFrames < kLimit ? static_cast<UInt32>(theFrames) : std::numeric_limits<UInt32>::max();
 }
 
+// Where there is no rate, as without a stream, limits made of it would allow a size of 0 alone.
+bool KeepsIOBufferFrameSize(const HP_Device& inDevice) {
+  return inDevice.HasAnyNonLinearPCMStreams() || !(inDevice.GetCurrentNominalSampleRate() > 0.0);
+}
+
 }  // namespace
 
 // The caller needs the ID at once, so the work is not put into a command, which could be deferred.
@@ -181,12 +186,12 @@ bool HP_Device::IsValidIOBufferFrameSize(UInt32 inIOBufferFrameSize) const {
 }
 
 UInt32 HP_Device::GetMinimumIOBufferFrameSize() const {
-  if (HasAnyNonLinearPCMStreams()) return GetIOBufferFrameSize();
+  if (KeepsIOBufferFrameSize(*this)) return GetIOBufferFrameSize();
   return RoundUpToFrames(GetCurrentNominalSampleRate() * 0.0003);
 }
 
 UInt32 HP_Device::GetMaximumIOBufferFrameSize() const {
-  if (HasAnyNonLinearPCMStreams()) return GetIOBufferFrameSize();
+  if (KeepsIOBufferFrameSize(*this)) return GetIOBufferFrameSize();
   return RoundUpToFrames(GetCurrentNominalSampleRate() * 0.25);
 }
 

@@ -6,33 +6,36 @@
 namespace tembra::test {
 
 // A device of a plug-in object that was never published.
-class ClientDevice {
+template <class DeviceClass>
+class ClientDeviceOf {
  public:
   static constexpr AudioObjectID kID = 50;
 
-  explicit ClientDevice(bool inInitialize = true) {
+  explicit ClientDeviceOf(bool inInitialize = true) {
     CFUUIDRef uuid = CFUUIDCreate(nullptr);
     mPlugIn = new TMBACLN_PlugIn(uuid);
     mPlugIn->Retain();
     CFRelease(uuid);
-    mDevice = new TMBACLN_Device(kID, mPlugIn);
+    mDevice = new DeviceClass(kID, mPlugIn);
     if (inInitialize) mDevice->Initialize();
   }
-  ~ClientDevice() {
+  ~ClientDeviceOf() {
     mDevice->Teardown();
     delete mDevice;
     mPlugIn->Release();
   }
-  ClientDevice(const ClientDevice&) = delete;
-  ClientDevice& operator=(const ClientDevice&) = delete;
+  ClientDeviceOf(const ClientDeviceOf&) = delete;
+  ClientDeviceOf& operator=(const ClientDeviceOf&) = delete;
 
-  TMBACLN_Device* operator->() const { return mDevice; }
-  TMBACLN_Device& operator*() const { return *mDevice; }
+  DeviceClass* operator->() const { return mDevice; }
+  DeviceClass& operator*() const { return *mDevice; }
   TMBACLN_PlugIn* GetPlugIn() const { return mPlugIn; }
 
  private:
   TMBACLN_PlugIn* mPlugIn;
-  TMBACLN_Device* mDevice;
+  DeviceClass* mDevice;
 };
+
+using ClientDevice = ClientDeviceOf<TMBACLN_Device>;
 
 }  // namespace tembra::test

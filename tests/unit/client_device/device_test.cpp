@@ -116,6 +116,33 @@ TEST_F(Device, AStreamThatCannotBeCreatedIsLeftOut) {
   Get().StopHardware();
 }
 
+TEST_F(Device, WithoutStreamsTheFrameSizeStaysAndCannotBecomeNothing) {
+  mDevice.reset();
+  mHAL.Reset();
+  mHAL.mCreateStatus['astr'] = 'what';
+  mDevice = std::make_unique<ClientDevice>();
+  EXPECT_EQ(Get().GetIOBufferFrameSize(), 512u);
+  const UInt32 none = 0;
+  EXPECT_EQ(StatusOf([&] {
+              Get().SetPropertyData(CAPropertyAddress('fsiz'), 0, nullptr, sizeof(none), &none,
+                                    nullptr);
+            }),
+            'nope');
+  EXPECT_EQ(Get().GetIOBufferFrameSize(), 512u);
+}
+
+// Shorter buffers than a new device has.
+class ShortBufferedDevice : public TMBACLN_Device {
+ public:
+  using TMBACLN_Device::TMBACLN_Device;
+  UInt32 GetMaximumIOBufferFrameSize() const override { return 256; }
+};
+
+TEST_F(Device, TheFrameSizeComesWithinTheLimitsAtTheStart) {
+  const ClientDeviceOf<ShortBufferedDevice> device;
+  EXPECT_EQ(device->GetIOBufferFrameSize(), 256u);
+}
+
 TEST_F(Device, AFailedPublicationThrowsItsStatus) {
   mHAL.Reset();
   mHAL.mPublishStatus[70] = 'nope';

@@ -256,6 +256,20 @@ TEST_F(BufferSizeTest, NonLinearStreamAllowsThePresentSizeOnly) {
   EXPECT_EQ(StatusOf([&] { mDevice.Do_SetIOBufferFrameSize(513); }), 'nope');
 }
 
+TEST_F(BufferSizeTest, WithoutARateThePresentSizeStays) {
+  SimulatedDevice theEmptyDevice;
+  mStream->SetFormat(FloatFormat(2, 0.0));
+  for (SimulatedDevice* theDevice : {&theEmptyDevice, &mDevice}) {
+    ASSERT_EQ(theDevice->GetCurrentNominalSampleRate(), 0.0);
+    EXPECT_EQ(theDevice->DetermineIOBufferFrameSize(), 512u);
+    EXPECT_EQ(theDevice->GetMinimumIOBufferFrameSize(), 512u);
+    EXPECT_EQ(theDevice->GetMaximumIOBufferFrameSize(), 512u);
+    EXPECT_EQ(StatusOf([&] { theDevice->Do_SetIOBufferFrameSize(0); }), 'nope');
+    EXPECT_EQ(StatusOf([&] { theDevice->Do_SetQuietIOBufferFrameSize(0); }), 'nope');
+    EXPECT_EQ(theDevice->GetIOBufferFrameSize(), 512u);
+  }
+}
+
 TEST_F(BufferSizeTest, InvalidSizesAreRefused) {
   EXPECT_EQ(StatusOf([&] { mDevice.Do_SetIOBufferFrameSize(13); }), 'nope');
   EXPECT_EQ(StatusOf([&] { mDevice.Do_SetQuietIOBufferFrameSize(11026); }), 'nope');
