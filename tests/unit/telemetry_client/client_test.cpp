@@ -101,11 +101,13 @@ TEST_F(TelemetryClient, MovingARunningEngineIsRecordedWithTheAnchor) {
   device.IOEngineStarted();
   const AudioTimeStamp start{.mSampleTime = 10000.0, .mFlags = 1};
   device.StartIOEngineAtTime(start, 0);
+  device.StartIOEngineAtTime(start, kAudioDeviceStartTimeIsInputFlag);
   device.IOEngineStopped();
   const std::vector<Event> events = TakeAll(Telemetry());
-  ASSERT_THAT(TextsOf(events), ElementsAre("sync 0"));
-  EXPECT_EQ(events[0].mValues[2], 10000.0 - 512 - device.GetSafetyOffset(false) - 512);
-  EXPECT_GT(events[0].mWideValues[0], 0u);
+  ASSERT_THAT(TextsOf(events), ElementsAre("sync 0", "sync 0"));
+  EXPECT_EQ(events[0].mValues[2], 10000.0 - 512 - 512) << "an output time lies a buffer ahead";
+  EXPECT_EQ(events[1].mValues[2], 10000.0 + 512 - 512) << "and an input time a buffer behind";
+  for (const Event& event : events) EXPECT_GT(event.mWideValues[0], 0u);
   device.StopIOCycleTimingServices();
 }
 
