@@ -1,9 +1,11 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mach/mach_time.h>
 
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <vector>
 
 #include "device/HP_IOProcList.h"
 #include "support/CAException.h"
@@ -40,22 +42,35 @@ OSStatus Silence(AudioDeviceID, const AudioTimeStamp*, const AudioBufferList*,
   return 0;
 }
 
-class Clock : public testing::Test {
+// Has safety offsets, and notes the times that it translates.
+class OffsetDevice : public TMBACLN_Device {
+ public:
+  using TMBACLN_Device::TMBACLN_Device;
+  UInt32 GetSafetyOffset(bool inIsInput) const override { return inIsInput ? 10 : 20; }
+  void TranslateTime(const AudioTimeStamp& inTime, AudioTimeStamp& outTime) override {
+    mTranslated.push_back(inTime.mSampleTime);
+    TMBACLN_Device::TranslateTime(inTime, outTime);
+  }
+  std::vector<Float64> mTranslated;
+};
+
+template <class DeviceClass>
+class ClockOf : public testing::Test {
  protected:
-  Clock() {
+  ClockOf() {
     FakeServer::Get().Reset();
     FakeHAL::Get().Reset();
-    mDevice = std::make_unique<ClientDevice>();
+    mDevice = std::make_unique<ClientDeviceOf<DeviceClass>>();
     sHostTime = kAnchor;
     Device().StartIOCycleTimingServices();
     Device().IOEngineStarted();
   }
-  ~Clock() override {
+  ~ClockOf() override {
     Device().IOEngineStopped();
     Device().GetIOProcList()->StopAllIOProcs();
   }
 
-  TMBACLN_Device& Device() { return **mDevice; }
+  DeviceClass& Device() { return **mDevice; }
 
   template <class Operation>
   OSStatus StatusOf(Operation inOperation) {
@@ -82,8 +97,10 @@ class Clock : public testing::Test {
     list.StartIOProc(list.AddIOProc(Silence, nullptr, true));
   }
 
-  std::unique_ptr<ClientDevice> mDevice;
+  std::unique_ptr<ClientDeviceOf<DeviceClass>> mDevice;
 };
+using Clock = ClockOf<TMBACLN_Device>;
+using ClockWithOffsets = ClockOf<OffsetDevice>;
 
 TEST_F(Clock, TheRateIsTheStreamsAndActualEqualsNominal) {
   EXPECT_EQ(Device().GetCurrentNominalSampleRate(), 44100.0);
@@ -277,6 +294,37 @@ TEST_F(Clock, ATimeThatIsNoNumberIsTranslatedAgain) {
   Device().GetNearestStartTime(time, 0);
   EXPECT_TRUE(std::isnan(time.mSampleTime));
   EXPECT_EQ(time.mHostTime, kAnchor);
+}
+
+// Between the client's view and the engine's lie a buffer and the direction's safety offset.
+
+TEST_F(ClockWithOffsets, WithNothingEnabledTheAnswerIsTheRequest) {
+  EXPECT_EQ(NearestStart(100.0, 0), 100.0);
+  EXPECT_EQ(NearestStart(100.0, 1), 100.0);
+}
+
+TEST_F(ClockWithOffsets, WithNullStartsAloneTheOffsetIsAheadOfNowToo) {
+  Device().GetIOProcList()->StartIOProc(nullptr);
+  sHostTime = kAnchor + 1000;  // sample time 100
+  EXPECT_EQ(NearestStart(0.0, 0), (100.0 + 20 + 2 * kSize) + kSize + 20);
+  EXPECT_EQ(NearestStart(0.0, 1), (100.0 + 10 + 2 * kSize) - kSize - 10);
+}
+
+TEST_F(ClockWithOffsets, WithProceduresAStartLandsOnTheEnginesGrid) {
+  StartProcedure();
+  EXPECT_EQ(NearestStart(0.0, 0), 2 * kSize + kSize + 20);
+  EXPECT_EQ(NearestStart(0.0, 1), 2 * kSize - kSize - 10);
+  EXPECT_EQ(NearestStart(3 * kSize + 20, 0), 3 * kSize + 20) << "is two buffers ahead";
+  EXPECT_EQ(NearestStart(3 * kSize + 21, 0), 5 * kSize + 20);
+  EXPECT_EQ(NearestStart(kSize - 10, 1), kSize - 10);
+  EXPECT_EQ(NearestStart(kSize - 9, 1), 3 * kSize - 10);
+}
+
+TEST_F(ClockWithOffsets, AMovedEngineMeetsTheTime) {
+  const AudioTimeStamp start{.mSampleTime = 10000.0, .mFlags = 1};
+  for (const UInt32 flags : {0u, 1u}) Device().StartIOEngineAtTime(start, flags);
+  EXPECT_THAT(Device().mTranslated,
+              testing::ElementsAre(10000.0 - kSize - 20 - kSize, 10000.0 + kSize + 10 - kSize));
 }
 
 }  // namespace
