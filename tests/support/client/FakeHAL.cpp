@@ -18,6 +18,8 @@ void FakeHAL::Reset() {
   mPublications.clear();
   mChanges.clear();
   mCalls.clear();
+  mOnCreate = nullptr;
+  mOnPublish = nullptr;
   mOnChange = nullptr;
 }
 
@@ -37,6 +39,7 @@ using tembra::test::ToText;
 OSStatus AudioObjectCreate(AudioHardwarePlugInRef, AudioObjectID inOwner, AudioClassID inClass,
                            AudioObjectID* outID) {
   FakeHAL& hal = FakeHAL::Get();
+  if (hal.mOnCreate) hal.mOnCreate(inClass);
   std::lock_guard<std::mutex> locker(hal.mMutex);
   hal.mCalls.push_back("create " + ToText(inClass));
   const auto status = hal.mCreateStatus.find(inClass);
@@ -50,16 +53,14 @@ OSStatus AudioObjectsPublishedAndDied(AudioHardwarePlugInRef, AudioObjectID inOw
                                       UInt32 inNumberPublished, const AudioObjectID* inPublished,
                                       UInt32 inNumberDied, const AudioObjectID* inDied) {
   FakeHAL& hal = FakeHAL::Get();
+  const FakeHAL::Publication publication{
+      inOwner, {inPublished, inPublished + inNumberPublished}, {inDied, inDied + inNumberDied}};
+  if (hal.mOnPublish) hal.mOnPublish(publication);
   std::lock_guard<std::mutex> locker(hal.mMutex);
-  FakeHAL::Publication publication{inOwner, {}, {}};
   if (inNumberPublished != 0) {
-    publication.mPublished.assign(inPublished, inPublished + inNumberPublished);
     hal.mCalls.push_back("publish " + std::to_string(inNumberPublished));
   }
-  if (inNumberDied != 0) {
-    publication.mDied.assign(inDied, inDied + inNumberDied);
-    hal.mCalls.push_back("died " + std::to_string(inNumberDied));
-  }
+  if (inNumberDied != 0) hal.mCalls.push_back("died " + std::to_string(inNumberDied));
   hal.mPublications.push_back(publication);
   const auto status = hal.mPublishStatus.find(inOwner);
   return status != hal.mPublishStatus.end() ? status->second : 0;

@@ -40,7 +40,9 @@ class FakeHAL {
   std::vector<Change> mChanges;
   // Calls in their order: "create adev", "publish 1", "died 1", "changed livn".
   std::vector<std::string> mCalls;
-  // Runs on the thread that tells of a change, if it is set.
+  // Run on the thread that creates, publishes or tells of a change, if they are set.
+  std::function<void(AudioClassID)> mOnCreate;
+  std::function<void(const Publication&)> mOnPublish;
   std::function<void(AudioObjectPropertySelector)> mOnChange;
   std::mutex mMutex;
 

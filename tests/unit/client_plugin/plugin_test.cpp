@@ -48,6 +48,21 @@ TEST_F(PlugIn, InitializingPublishesTheDevice) {
   EXPECT_EQ(HP_Object::GetObjectStateMutexByID(id), mPlugIn->GetDevice()->GetDeviceStateMutex());
 }
 
+// Once the host knows of an object, any thread may come.
+TEST_F(PlugIn, WhateverIsPublishedHasItsMutexBefore) {
+  mHAL.mSystemValues = {{'mast', 1}};
+  int published = 0;
+  mHAL.mOnPublish = [&](const FakeHAL::Publication& publication) {
+    for (const AudioObjectID id : publication.mPublished) {
+      EXPECT_NE(HP_Object::GetObjectStateMutexByID(id), nullptr) << id;
+      ++published;
+    }
+  };
+  mPlugIn->InitializeWithObjectID(40);
+  EXPECT_EQ(published, 21) << "a device, 2 streams and 18 controls";
+  mHAL.mOnPublish = nullptr;
+}
+
 TEST_F(PlugIn, TheOlderInitializeHasNoID) {
   mPlugIn->Initialize();
   EXPECT_EQ(mPlugIn->GetObjectID(), 0u);

@@ -49,6 +49,21 @@ TEST_F(PlugInTeardown, TakesTheDeviceDown) {
   ExpectFullPath();
 }
 
+// Until the host knows of the death, any thread may come.
+TEST_F(PlugInTeardown, TheDeviceHasItsMutexUntilItsDeathIsTold) {
+  int died = 0;
+  mHAL.mOnPublish = [&](const FakeHAL::Publication& publication) {
+    for (const AudioObjectID id : publication.mDied) {
+      EXPECT_EQ(HP_Object::GetObjectStateMutexByID(id),
+                mPlugIn->GetDevice()->GetDeviceStateMutex());
+      ++died;
+    }
+  };
+  ExpectFullPath();
+  EXPECT_EQ(died, 1);
+  mHAL.mOnPublish = nullptr;
+}
+
 TEST_F(PlugInTeardown, TakesTheDeviceDownInTheMasterAtExitToo) {
   mHAL.mSystemValues = {{'inot', 1}, {'mast', 1}};
   ExpectFullPath();
