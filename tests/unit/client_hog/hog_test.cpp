@@ -42,6 +42,7 @@ class QuietDevice : public TMBACLN_Device {
   void StopIOEngine() override { mEvents.emplace_back("stop"); }
   void HogModeStateChanged() override {
     mEvents.emplace_back("state changed");
+    mHadMutex.push_back(GetDeviceStateMutex()->IsOwnedByCurrentThread());
     TMBACLN_Device::HogModeStateChanged();
   }
   void PropertiesChanged(UInt32 inNumberAddresses,
@@ -56,6 +57,7 @@ class QuietDevice : public TMBACLN_Device {
   std::vector<std::string> TakeEvents() { return std::exchange(mEvents, {}); }
 
   mutable std::vector<std::string> mEvents;
+  std::vector<bool> mHadMutex;  // at each change of the state
 
  private:
   void NoteStart(const char* inWhat) {
@@ -197,6 +199,12 @@ TEST_F(ClientHog, EachChangeIsToldAndTheStateIsRenewedOnceMoreAfterIt) {
     EXPECT_EQ(Set(value), 0);
     EXPECT_THAT(Device().TakeEvents(), ElementsAre("state changed", "oink", "state changed"));
   }
+}
+
+TEST_F(ClientHog, SettingHasTheDevicesMutex) {
+  SInt32 value = 0;
+  EXPECT_EQ(Set(value), 0);
+  EXPECT_THAT(Device().mHadMutex, ElementsAre(true, true));
 }
 
 TEST_F(ClientHog, SettingWhatAnotherHasIsRefusedAndChangesNothing) {

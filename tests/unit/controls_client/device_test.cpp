@@ -138,8 +138,11 @@ TEST_F(DeviceBuilding, AHostThatCannotTellIsNoMaster) {
 // Each of the five property operations, for each selector that needs controls.
 class LateControls : public DeviceBuilding, public testing::WithParamInterface<int> {};
 
-TEST_P(LateControls, AreMadeByTheFirstQuestionThatNeedsThem) {
+TEST_P(LateControls, AreMadeByTheFirstQuestionThatNeedsThemWithTheDevicesMutex) {
   TMBACLN_Device& device = Make(false);
+  mHAL.mOnCreate = [&](AudioClassID) {
+    EXPECT_TRUE(device.GetDeviceStateMutex()->IsOwnedByCurrentThread());
+  };
   for (const char* selector : kControlRelated) {
     SCOPED_TRACE(selector);
     device.ReleaseControls();
