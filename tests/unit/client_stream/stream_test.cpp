@@ -19,15 +19,17 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// Tells what the hardware was told.
+// Tells what the hardware was told, and whether that was with the device's mutex.
 class ToldStream : public TMBACLN_Stream {
  public:
   using TMBACLN_Stream::TMBACLN_Stream;
   bool TellHardwareToSetPhysicalFormat(const AudioStreamBasicDescription& inFormat) override {
     mTold.push_back(inFormat);
+    mHadMutex.push_back(GetOwningDevice()->GetDeviceStateMutex()->IsOwnedByCurrentThread());
     return TMBACLN_Stream::TellHardwareToSetPhysicalFormat(inFormat);
   }
   std::vector<AudioStreamBasicDescription> mTold;
+  std::vector<bool> mHadMutex;
 };
 
 class LockedOutDevice : public TMBACLN_Device {
@@ -162,6 +164,49 @@ TEST_F(Stream, MixableAgainNeedsNothingPutRight) {
   EXPECT_THAT(mStream->mTold, IsEmpty());
 }
 
+TEST_F(Stream, AMixablePhysicalFormatNeedsNothingPutRight) {
+  const AudioStreamBasicDescription format = Current();
+  const UInt32 no = 0;
+  EXPECT_EQ(Set('mix?', 4, &no), 0);
+  EXPECT_EQ(Set('pft ', 40, &format), 0);
+  mStream->mTold.clear();
+  mStream->Finalize();
+  EXPECT_THAT(mStream->mTold, IsEmpty());
+}
+
+TEST_F(Stream, AMixableVirtualFormatNeedsNothingPutRight) {
+  const AudioStreamBasicDescription format = Current();
+  const UInt32 no = 0;
+  EXPECT_EQ(Set('mix?', 4, &no), 0);
+  EXPECT_EQ(Set('sfmt', 40, &format), 0);
+  mStream->mTold.clear();
+  mStream->Finalize();
+  EXPECT_THAT(mStream->mTold, IsEmpty());
+}
+
+TEST_F(Stream, AFormatThatIsNotLinearIsPutRightByALinearOneOfItsRate) {
+  const AudioStreamBasicDescription linear = Current();
+  AudioStreamBasicDescription coded = linear;
+  coded.mFormatID = 'ac-3';
+  coded.mFormatFlags = kAudioFormatFlagIsNonMixable;
+  coded.mBytesPerPacket = 6144;
+  coded.mFramesPerPacket = 1536;
+  coded.mBytesPerFrame = 4;
+  coded.mChannelsPerFrame = 6;
+  coded.mBitsPerChannel = 16;
+  HP_FormatList& list = *mStream->GetFormatList();
+  list.AddPhysicalFormat({coded, {44100.0, 44100.0}});
+  // What is found in vain ends at the highest rate.
+  list.AddPhysicalFormat({linear, {48000.0, 48000.0}});
+  const UInt32 no = 0;
+  EXPECT_EQ(Set('mix?', 4, &no), 0);
+  list.SetCurrentPhysicalFormat(coded, false);
+  mStream->mTold.clear();
+  mStream->Finalize();
+  ASSERT_EQ(mStream->mTold.size(), 1u);
+  EXPECT_EQ(std::memcmp(&mStream->mTold[0], &linear, sizeof(linear)), 0);
+}
+
 TEST_F(Stream, TeardownOfAMixableStreamChangesNoFormat) {
   mStream->Teardown();
   EXPECT_THAT(mStream->mTold, IsEmpty());
@@ -220,10 +265,21 @@ TEST_F(Stream, ASetFormatIsTheBestMatch) {
   format.mFormatID = 'lpcm';
   format.mSampleRate = 44100.0;
   format.mChannelsPerFrame = 2;
+  for (const UInt32 selector : {UInt32{'pft '}, UInt32{'sfmt'}}) {
+    EXPECT_EQ(Set(selector, 40, &format), 0);
+    EXPECT_EQ(Current().mBytesPerFrame, 8u);
+    EXPECT_EQ(Current().mFormatFlags, 9u);
+    EXPECT_EQ(Current().mSampleRate, 44100.0);
+  }
+}
+
+TEST_F(Stream, ASetHasTheDevicesMutex) {
+  const AudioStreamBasicDescription format = Current();
+  const UInt32 no = 0;
+  EXPECT_EQ(Set('mix?', 4, &no), 0);
   EXPECT_EQ(Set('pft ', 40, &format), 0);
-  EXPECT_EQ(Current().mBytesPerFrame, 8u);
-  EXPECT_EQ(Current().mFormatFlags, 9u);
-  EXPECT_EQ(Current().mSampleRate, 44100.0);
+  EXPECT_EQ(Set('sfmt', 40, &format), 0);
+  EXPECT_THAT(mStream->mHadMutex, ElementsAre(true, true, true));
 }
 
 TEST_F(Stream, AProcessThatIsLockedOutMaySetNothing) {
