@@ -95,8 +95,10 @@ void TMBACLN_Device::TranslateTime(const AudioTimeStamp& inTime, AudioTimeStamp&
     if ((inTime.mFlags & kHostTimeValid) != 0) {
       outTime.mHostTime = inTime.mHostTime;
     } else if ((inTime.mFlags & kSampleTimeValid) != 0) {
-      outTime.mHostTime = ToUnsigned64(std::floor(inTime.mSampleTime * hostTicksPerFrame)) +
-                          mAnchorHostTime.load(std::memory_order_relaxed);
+      const Float64 ticks = std::floor(inTime.mSampleTime * hostTicksPerFrame);
+      outTime.mHostTime = ToUnsigned64(ticks) + mAnchorHostTime.load(std::memory_order_relaxed);
+      // A time to come stays one: the I/O thread waits for it.
+      if (ticks >= 0x1p64) outTime.mHostTime = std::numeric_limits<UInt64>::max();
     } else {
       outTime.mHostTime = 0;
     }

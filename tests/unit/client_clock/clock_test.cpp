@@ -214,6 +214,14 @@ TEST_F(Clock, TimesThatNoNumberHoldsGiveSomeHostTime) {
   EXPECT_EQ(Translate(notANumber, 2).mHostTime, kAnchor);
 }
 
+// As each is without a rate.
+TEST_F(Clock, ATimeTooFarAheadIsTheLastOne) {
+  for (const double time : {1e300, std::numeric_limits<double>::infinity()}) {
+    const AudioTimeStamp in{.mSampleTime = time, .mFlags = 1};
+    EXPECT_EQ(Translate(in, 2).mHostTime, std::numeric_limits<UInt64>::max());
+  }
+}
+
 // Nearest start.
 
 TEST_F(Clock, AskingNobodyIsRefused) {
