@@ -19,9 +19,7 @@ long SimulatedSystemCall(long inNumber, long inFirst, long inSecond, long inThir
   return real(inNumber, inFirst, inSecond, inThird, inFourth, inFifth, inSixth);
 }
 
-extern "C" __attribute__((visibility("default"))) int getrlimit(__rlimit_resource_t inResource,
-                                                                rlimit* outLimit) noexcept {
-  if (tembra::test::AnswerLimit(static_cast<int>(inResource), *outLimit)) return 0;
-  using Function = int (*)(__rlimit_resource_t, rlimit*);
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getrlimit"))(inResource, outLimit);
+int tembra::test::GetLimit(__rlimit_resource_t inResource, rlimit* outLimit) {
+  if (AnswerLimit(static_cast<int>(inResource), *outLimit)) return 0;
+  return getrlimit(inResource, outLimit);
 }
