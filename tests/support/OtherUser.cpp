@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/Program.h"
+
 namespace tembra::test {
 
 bool BecomeUser(uid_t inUser) {
@@ -13,6 +15,7 @@ bool BecomeUser(uid_t inUser) {
 }
 
 int RunAsUser(uid_t inUser, const std::function<int()>& inBody) {
+  LetOtherThreadsSleep();
   const pid_t child = fork();
   if (child == 0) {
     alarm(60);

@@ -1,11 +1,13 @@
 #include "support/Program.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -84,6 +86,20 @@ bool WaitUntil(const std::function<bool()>& inCondition, std::chrono::millisecon
     if (std::chrono::steady_clock::now() >= deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
+}
+
+void LetOtherThreadsSleep() {
+  const std::string own = std::to_string(gettid());
+  EXPECT_TRUE(WaitUntil([&] {
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+      if (task.path().filename() == own) continue;
+      const std::string status = ReadFile(task.path() / "stat");
+      // The state follows the name, which is in brackets.
+      const size_t name = status.rfind(')');
+      if (name != std::string::npos && status.compare(name, 3, ") S") != 0) return false;
+    }
+    return true;
+  }));
 }
 
 std::string ReadFile(const std::string& inPath) {

@@ -38,6 +38,11 @@ class Program {
 bool WaitUntil(const std::function<bool()>& inCondition,
                std::chrono::milliseconds inLimit = std::chrono::seconds(20));
 
+// To be called before a fork whose child goes on in this program: a thread that holds the allocator
+// of a sanitizer meanwhile would leave it held in the child for ever. Waits until all other threads
+// of this process sleep.
+void LetOtherThreadsSleep();
+
 std::string ReadFile(const std::string& inPath);
 
 }  // namespace tembra::test

@@ -125,6 +125,7 @@ TEST_F(Notifications, APostToAllUsersReachesThisUsersProcessesOfAnotherSession) 
   Observer observer("sessions", "x");
   const std::string runtime = "/tmp/another-session";
   mkdir(runtime.c_str(), 0700);
+  LetOtherThreadsSleep();
   const pid_t child = fork();
   if (child == 0) {
     alarm(60);
@@ -197,6 +198,7 @@ TEST_F(Notifications, AForkedChildHasNoObserversAndCanPost) {
   Observer observer("forked", nullptr);
   const size_t before = CountReceivers();
   const UInt64 posted = Statistics().posted;
+  LetOtherThreadsSleep();
   const pid_t child = fork();
   if (child == 0) {
     alarm(30);
