@@ -1,2 +1,3 @@
+#include "support/client/AllocationCounter.cpp"
 #include "support/persistence/FakeNotifications.cpp"
 #include "support/persistence/FakePreferences.cpp"
